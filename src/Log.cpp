@@ -23,8 +23,12 @@ void writeLine(std::string_view prefix, std::string_view message) {
 
 } // namespace
 
-void logInfo(std::string_view message) { writeLine("[mnemora] ", message); }
+void logInfo(std::string_view message) {
+    writeLine("[mnemora] ", message);
+}
 
-void logError(std::string_view message) { writeLine("[mnemora][error] ", message); }
+void logError(std::string_view message) {
+    writeLine("[mnemora][error] ", message);
+}
 
 } // namespace mnemora

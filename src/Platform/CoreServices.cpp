@@ -16,13 +16,19 @@ CoreServices& installed() {
 
 } // namespace
 
-const CoreServices& coreServices() { return installed(); }
+const CoreServices& coreServices() {
+    return installed();
+}
 
-void installCoreServices(CoreServices services) { installed() = std::move(services); }
+void installCoreServices(CoreServices services) {
+    installed() = std::move(services);
+}
 
 ScopedCoreServices::ScopedCoreServices(CoreServices services)
     : former_(std::exchange(installed(), std::move(services))) {}
 
-ScopedCoreServices::~ScopedCoreServices() { installed() = std::move(former_); }
+ScopedCoreServices::~ScopedCoreServices() {
+    installed() = std::move(former_);
+}
 
 } // namespace mnemora

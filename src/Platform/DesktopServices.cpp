@@ -12,13 +12,19 @@ DesktopServices& installed() {
 
 } // namespace
 
-const DesktopServices& desktopServices() { return installed(); }
+const DesktopServices& desktopServices() {
+    return installed();
+}
 
-void installDesktopServices(DesktopServices services) { installed() = std::move(services); }
+void installDesktopServices(DesktopServices services) {
+    installed() = std::move(services);
+}
 
 ScopedDesktopServices::ScopedDesktopServices(DesktopServices services)
     : former_(std::exchange(installed(), std::move(services))) {}
 
-ScopedDesktopServices::~ScopedDesktopServices() { installed() = std::move(former_); }
+ScopedDesktopServices::~ScopedDesktopServices() {
+    installed() = std::move(former_);
+}
 
 } // namespace mnemora

@@ -18,10 +18,16 @@ std::filesystem::path prefix() {
     return folder;
 }
 
-std::filesystem::path libraries() { return prefix() / "lib/mnemora"; }
+std::filesystem::path libraries() {
+    return prefix() / "lib/mnemora";
+}
 
-std::filesystem::path helpers() { return prefix() / "libexec/mnemora"; }
+std::filesystem::path helpers() {
+    return prefix() / "libexec/mnemora";
+}
 
-std::filesystem::path data() { return prefix() / "share/mnemora"; }
+std::filesystem::path data() {
+    return prefix() / "share/mnemora";
+}
 
 } // namespace mnemora::installation

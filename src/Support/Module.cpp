@@ -13,6 +13,8 @@ std::optional<Module> Module::open(const std::filesystem::path& path, std::strin
     return std::nullopt;
 }
 
-void* Module::symbol(const char* name) const { return dlsym(handle_, name); }
+void* Module::symbol(const char* name) const {
+    return dlsym(handle_, name);
+}
 
 } // namespace mnemora

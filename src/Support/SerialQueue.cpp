@@ -16,7 +16,8 @@ void nameThread(const std::string& label) {
 
 } // namespace
 
-SerialQueue::SerialQueue(std::string label) : label_(std::move(label)), thread_([this] { run(); }) {}
+SerialQueue::SerialQueue(std::string label)
+    : label_(std::move(label)), thread_([this] { run(); }) {}
 
 SerialQueue::~SerialQueue() {
     {

@@ -37,7 +37,7 @@ bool makeOne(const std::filesystem::path& folder) {
 }
 
 bool makeWithParents(const std::filesystem::path& folder) {
-    struct stat info{};
+    struct stat info {};
     if (folder.empty() || stat(folder.c_str(), &info) == 0)
         return true;
     return makeWithParents(folder.parent_path()) && makeOne(folder);
@@ -45,11 +45,17 @@ bool makeWithParents(const std::filesystem::path& folder) {
 
 } // namespace
 
-std::filesystem::path data() { return base("XDG_DATA_HOME", ".local/share"); }
+std::filesystem::path data() {
+    return base("XDG_DATA_HOME", ".local/share");
+}
 
-std::filesystem::path settings() { return base("XDG_CONFIG_HOME", ".config") / "mnemora"; }
+std::filesystem::path settings() {
+    return base("XDG_CONFIG_HOME", ".config") / "mnemora";
+}
 
-std::filesystem::path cache() { return base("XDG_CACHE_HOME", ".cache") / "mnemora"; }
+std::filesystem::path cache() {
+    return base("XDG_CACHE_HOME", ".cache") / "mnemora";
+}
 
 std::filesystem::path runtime() {
     auto folder = absoluteFrom("XDG_RUNTIME_DIR");
@@ -59,7 +65,7 @@ std::filesystem::path runtime() {
 bool makePrivate(const std::filesystem::path& folder) {
     if (!makeWithParents(folder))
         return false;
-    struct stat info{};
+    struct stat info {};
     if (stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != geteuid())
         return false;
     // A read-only file system refuses the change; what is already private is fine there.
