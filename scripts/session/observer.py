@@ -1,0 +1,56 @@
+"""The program itself, observing the desktop into a data folder of its own."""
+import os
+import signal
+import sqlite3
+import subprocess
+
+from windows import PATIENCE, wait_until
+
+
+def environment_for(folder):
+    """The caller's environment with every folder of the program's below `folder`."""
+    places = {"XDG_DATA_HOME": "data", "XDG_CONFIG_HOME": "config", "XDG_CACHE_HOME": "cache"}
+    return dict(os.environ, **{name: str(folder / place) for name, place in places.items()})
+
+
+class Observer:
+    """Starts the program in the current display; its log is kept in `folder`/observer.log."""
+
+    def __init__(self, program, folder):
+        self.database = folder / "data" / "Mnemora" / "mnemora.sqlite"
+        self.log = folder / "observer.log"
+        with open(self.log, "wb") as log:
+            self.process = subprocess.Popen([program], env=environment_for(folder), stderr=log,
+                                            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+
+    def events(self):
+        """The stored events as dictionaries, oldest first; empty before the first one."""
+        if self.process.poll() is not None:
+            raise RuntimeError(f"the program ended with status {self.process.returncode}:\n"
+                               + self.log.read_text(errors="replace"))
+        if not self.database.exists():
+            return []
+        connection = sqlite3.connect(f"file:{self.database}?mode=ro", uri=True, timeout=PATIENCE)
+        connection.row_factory = sqlite3.Row
+        try:
+            return [dict(row) for row in connection.execute("SELECT * FROM events ORDER BY id")]
+        except sqlite3.OperationalError:  # opened between the file's creation and the schema's
+            return []
+        finally:
+            connection.close()
+
+    def wait_for_title(self, title):
+        """The first stored event with this title."""
+        def stored():
+            return next((event for event in self.events() if event["title"] == title), None)
+        return wait_until(stored, what=f"an event titled '{title}'")
+
+    def stop(self):
+        """Asks the program to end, as a session does at logout; returns its exit status."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+        try:
+            return self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise
