@@ -1,0 +1,62 @@
+"""Real windows come to the front one after another while the program observes the desktop.
+
+Usage: real_windows_test.py PROGRAM, inside a desktop session. A window that nobody raises is there
+too: it must never be noted.
+"""
+import pathlib
+import stat
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from observer import Observer
+from windows import TextWindow
+
+PROGRAM = sys.argv[1]
+MAIL, NOTES = "Inbox — Offer for the kitchen", "Notes: 山の旅 & <b>plans</b>"
+PRIVATE, BEHIND = "Password reset — Example", "Never in front"
+
+
+class RealWindowsTest(unittest.TestCase):
+    def test_keeps_the_title_of_each_window_that_came_to_the_front(self):
+        with tempfile.TemporaryDirectory(prefix="mnemora-desktop.") as name:
+            folder = pathlib.Path(name)
+            TextWindow(BEHIND, "Nobody looks here.", "+600+400")
+            private = TextWindow(PRIVATE, "Your code is 118 023.", "+200+200")
+            notes = TextWindow(NOTES, "Hut is booked.", "+120+120")
+            mail = TextWindow(MAIL, "The oak worktop would be 1,240 EUR.", "+40+40")
+            mail.bring_to_front()
+            observer = Observer(PROGRAM, folder)
+            try:
+                for window in (mail, notes):
+                    window.bring_to_front()
+                    observer.wait_for_title(window.title)
+                # Back to the first for longer than the pace of sampling: a repeat, not kept again.
+                mail.bring_to_front()
+                time.sleep(7)
+                private.bring_to_front()
+                observer.wait_for_title(private.title)
+                events = observer.events()
+            finally:
+                status = observer.stop()
+            self.look_at(events, observer)
+            self.assertEqual(status, 0, observer.log.read_text())
+            self.assertEqual(stat.S_IMODE(observer.database.stat().st_mode), 0o600)
+            self.assertEqual(stat.S_IMODE(observer.database.parent.stat().st_mode), 0o700)
+
+    def look_at(self, events, observer):
+        self.assertEqual([event["title"] for event in events], [MAIL, NOTES, PRIVATE])
+        for event in events:
+            with self.subTest(title=event["title"]):
+                self.assertEqual((event["source"], event["kind"]), ("screen", "window"))
+                self.assertEqual(event["app"], "XTerm")
+                self.assertTrue(event["bundle"])
+                self.assertIsNone(event["url"])
+        self.assertIsNone(events[2]["body"], "the content of a private window was kept")
+        self.assertNotIn("118 023", observer.database.read_bytes().decode(errors="replace"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
