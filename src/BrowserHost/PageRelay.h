@@ -1,0 +1,40 @@
+#pragma once
+// Relays messages between the browser that started this program and the running application.
+
+#include "Linux/Browsers/MessageFrames.h"
+#include "Support/FileDescriptor.h"
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+namespace mnemora::browsers {
+
+/// One thread. Lives as long as the browser keeps the pipes open; the application may come and go.
+class PageRelay {
+  public:
+    /// Speaks with the browser on `fromBrowser` and `toBrowser`, which stay the caller's, and with
+    /// the application at `socket`. `browser` is the executable that started this program.
+    PageRelay(int fromBrowser, int toBrowser, std::filesystem::path socket, std::string browser);
+
+    /// Returns when the browser has ended, or says what can't be a message.
+    void run();
+
+  private:
+    void connect();
+    void disconnect();
+    [[nodiscard]] bool relayFromBrowser();
+    [[nodiscard]] bool relayFromApplication();
+    [[nodiscard]] int timeUntilAttempt() const;
+
+    const int fromBrowser_;
+    const int toBrowser_;
+    const std::filesystem::path socket_;
+    const std::string browser_;
+    FileDescriptor application_;
+    FrameReader browserInput_{longestFromBrowser};
+    FrameReader applicationInput_{longestToBrowser};
+    std::chrono::steady_clock::time_point nextAttempt_{};
+};
+
+} // namespace mnemora::browsers

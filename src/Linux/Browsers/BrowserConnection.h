@@ -1,0 +1,56 @@
+#pragma once
+// One connected browser profile: its socket, its last word on what is in front, and which of our
+// questions it still owes an answer to.
+
+#include "Linux/Browsers/MessageFrames.h"
+#include "Linux/Browsers/PageMessages.h"
+#include "Support/FileDescriptor.h"
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace mnemora::browsers {
+
+/// Used under the lock of the BrowserConnections that owns it.
+class BrowserConnection {
+  public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    BrowserConnection(FileDescriptor socket, Time now) : socket_(std::move(socket)), since_(now) {}
+
+    [[nodiscard]] int socket() const { return socket_.get(); }
+    [[nodiscard]] Time since() const { return since_; }
+    /// Absent until the host program has said which browser it serves.
+    [[nodiscard]] const std::optional<std::string>& bundleIdentifier() const { return bundle_; }
+    /// The last pushed state; absent before the first.
+    [[nodiscard]] const std::optional<TabState>& state() const { return state_; }
+    /// When the oldest question without an answer was put; absent when none is open.
+    [[nodiscard]] std::optional<Time> waitingSince() const;
+    [[nodiscard]] bool hasOutput() const { return !output_.empty(); }
+
+    /// Queues a question. False when the browser has left too many open to be asked another.
+    [[nodiscard]] bool ask(std::uint64_t request, PageQuestion question, bool focused, Time now);
+    /// Sends as much of the queue as the socket takes. False when the peer is gone.
+    [[nodiscard]] bool send();
+    /// Reads what has come and appends the answers to `answers`. False when the peer is gone, said
+    /// something that is no message of ours, or serves no browser that we know.
+    [[nodiscard]] bool receive(std::vector<PageAnswer>& answers);
+    /// Appends a refusal for every open question, when the connection ends.
+    void abandon(std::vector<PageAnswer>& answers);
+
+  private:
+    [[nodiscard]] bool take(PageMessage message, std::vector<PageAnswer>& answers);
+
+    FileDescriptor socket_;
+    Time since_;
+    FrameReader input_{longestFromBrowser};
+    std::string output_;
+    std::optional<std::string> bundle_;
+    std::optional<TabState> state_;
+    std::map<std::uint64_t, Time> open_;
+};
+
+} // namespace mnemora::browsers

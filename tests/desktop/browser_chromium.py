@@ -1,0 +1,137 @@
+"""A real Chromium with our extension, pages for it, and the script host that asks it."""
+import http.server
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import threading
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from windows import PATIENCE, wait_until, xdotool
+
+CHROME = "com.google.Chrome"
+ADDRESS = 'tell application "Google Chrome" to return URL of active tab of front window'
+TEXT = ('tell application "Google Chrome" to return (execute active tab of front window javascript '
+        '"document.body.innerText")')
+# Nothing of this touches the extension: no sandbox because the tests may run as root, no traffic of
+# the browser's own, and no questions at the first start.
+FLAGS = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+         "--no-default-browser-check", "--disable-background-networking",
+         "--disable-component-update", "--disable-sync", "--password-store=basic"]
+
+
+class Pages:
+    """Serves pages by path on the loopback; each tells what its own innerText is when loaded."""
+
+    REPORT = ("<script>addEventListener('load', () => fetch('/said?' + location.pathname, "
+              "{method: 'POST', body: document.body.innerText}))</script>")
+
+    def __init__(self):
+        self.pages, self.said = {}, {}
+        pages = self
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                kind, content = pages.pages.get(self.path.split("?")[0], ("text/plain", b""))
+                self.send_response(200)
+                self.send_header("Content-Type", kind)
+                self.send_header("Content-Length", str(len(content)))
+                self.end_headers()
+                self.wfile.write(content)
+
+            def do_POST(self):
+                said = self.rfile.read(int(self.headers["Content-Length"])).decode()
+                pages.said[self.path.split("?")[1]] = said
+                self.send_response(204)
+                self.end_headers()
+
+            def log_message(self, *_):
+                pass
+
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        threading.Thread(target=self.server.serve_forever, daemon=True).start()
+
+    def add(self, path, title, body, report=True):
+        page = (f"<!doctype html><meta charset=utf-8><title>{title}</title><body>{body}"
+                f"{self.REPORT if report else ''}")
+        return self.add_file(path, "text/html", page.encode())
+
+    def add_file(self, path, kind, content):
+        self.pages[path] = (kind, content)
+        return f"http://127.0.0.1:{self.server.server_port}{path}"
+
+    def text_of(self, path):
+        """What the page itself found its innerText to be."""
+        return wait_until(lambda: self.said.get(path), what=f"{path} to be loaded")
+
+    def close(self):
+        self.server.shutdown()
+        self.server.server_close()
+
+
+class Chromium:
+    """One browser process with its first window; further windows open in the same process."""
+
+    def __init__(self, address, profile="Default"):
+        self.log = open(os.path.join(os.environ["HOME"], "chromium.log"), "ab")
+        self.process = self._start(address, f"--profile-directory={profile}")
+
+    def _start(self, *arguments):
+        return subprocess.Popen(["chromium", *FLAGS, *arguments], stdin=subprocess.DEVNULL,
+                                stdout=self.log, stderr=self.log)
+
+    def open(self, address, *flags):
+        """Opens the address from the command line, as another program would."""
+        windows = set(self.windows())
+        self._start(*flags, address).wait(PATIENCE)
+        if "--new-window" in flags or "--incognito" in flags:
+            new = wait_until(lambda: set(self.windows()) - windows, what="a new window")
+            return new.pop()
+        return None
+
+    @staticmethod
+    def windows():
+        return xdotool("search", "--onlyvisible", "--class", "chromium").split()
+
+    @staticmethod
+    def bring_to_front(window):
+        xdotool("windowactivate", window)
+        wait_until(lambda: xdotool("getactivewindow") == window, what="the window in front")
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.terminate()
+        try:
+            self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+        self.log.close()
+
+
+class Answers:
+    """The script host in a process of its own."""
+
+    def __init__(self, program, host_program):
+        self.process = subprocess.Popen([program, host_program], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, text=True)
+
+    def say(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+        return json.loads(self.process.stdout.readline())
+
+    def address(self):
+        return self.say("run " + ADDRESS)
+
+    def text(self):
+        return self.say("run " + TEXT)
+
+    def wait_for_address(self, address):
+        wait_until(lambda: self.address().get("text") == address, what=f"the address {address}")
+
+    def close(self):
+        self.process.stdin.close()
+        self.process.stdout.close()
+        self.process.wait(PATIENCE)
