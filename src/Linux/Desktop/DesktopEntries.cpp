@@ -1,0 +1,106 @@
+#include "Linux/Desktop/DesktopEntries.h"
+
+#include "Linux/Desktop/GLibHandles.h"
+#include "Text/Encoding.h"
+
+#include <algorithm>
+#include <gio/gdesktopappinfo.h>
+#include <string_view>
+
+namespace mnemora::desktop {
+namespace {
+
+std::string textOf(const char* text) { return text == nullptr ? std::string() : cleanText(text); }
+
+/// Programs that start others say nothing about whose window it is.
+bool isLauncher(const std::string& program) {
+    constexpr std::string_view launchers[] = {"env",     "flatpak", "snap",  "sh",   "bash",
+                                              "python3", "perl",    "java",  "wine", "mono",
+                                              "gjs",     "gtk-launch", "steam", "xdg-open"};
+    return std::find(std::begin(launchers), std::end(launchers), program) != std::end(launchers);
+}
+
+bool startsWebPage(const char* command) {
+    const std::string_view text = command == nullptr ? "" : command;
+    return text.find("--app-id=") != text.npos || text.find("--app=") != text.npos ||
+           text.find("--application-mode") != text.npos;
+}
+
+DesktopEntry entryOf(GDesktopAppInfo* info) {
+    GAppInfo* application = G_APP_INFO(info);
+    DesktopEntry entry;
+    entry.identifier = textOf(g_app_info_get_id(application));
+    constexpr std::string_view suffix = ".desktop";
+    if (entry.identifier.ends_with(suffix))
+        entry.identifier.resize(entry.identifier.size() - suffix.size());
+    entry.name = textOf(g_app_info_get_display_name(application));
+    entry.windowClass = textOf(g_desktop_app_info_get_startup_wm_class(info));
+    const std::string program = textOf(g_app_info_get_executable(application));
+    entry.program = program.substr(program.rfind('/') + 1);
+    if (isLauncher(entry.program))
+        entry.program.clear();
+    entry.isWebApplication = startsWebPage(g_app_info_get_commandline(application));
+    entry.isShown = g_app_info_should_show(application) != FALSE;
+    return entry;
+}
+
+std::vector<DesktopEntry> installedEntries() {
+    std::vector<DesktopEntry> entries;
+    GList* all = g_app_info_get_all();
+    for (GList* item = all; item != nullptr; item = item->next)
+        if (G_IS_DESKTOP_APP_INFO(item->data))
+            entries.push_back(entryOf(G_DESKTOP_APP_INFO(item->data)));
+    g_list_free_full(all, g_object_unref);
+    return entries;
+}
+
+} // namespace
+
+struct DesktopEntries::Shared {
+    mutable std::mutex mutex;
+    std::shared_ptr<const EntryIndex> index; // guarded by mutex
+
+    void reload() {
+        auto fresh = std::make_shared<const EntryIndex>(installedEntries());
+        const std::lock_guard lock(mutex);
+        index = std::move(fresh);
+    }
+};
+
+struct DesktopEntries::Monitor {
+    GRef<GAppInfoMonitor> monitor;
+    gulong handler = 0;
+    std::shared_ptr<Shared> shared;
+
+    explicit Monitor(std::shared_ptr<Shared> target)
+        : monitor(g_app_info_monitor_get()), shared(std::move(target)) {
+        handler = g_signal_connect(
+            monitor.get(), "changed",
+            G_CALLBACK(+[](GAppInfoMonitor*, gpointer data) {
+                static_cast<Shared*>(data)->reload();
+            }),
+            shared.get());
+    }
+    ~Monitor() { g_signal_handler_disconnect(monitor.get(), handler); }
+    Monitor(const Monitor&) = delete;
+    Monitor& operator=(const Monitor&) = delete;
+};
+
+DesktopEntries::DesktopEntries(GLibThread& thread)
+    : thread_(thread), shared_(std::make_shared<Shared>()) {
+    thread_.invokeAndWait([&] { monitor_ = std::make_unique<Monitor>(shared_); });
+    shared_->reload();
+}
+
+DesktopEntries::~DesktopEntries() {
+    thread_.invokeAndWait([&] { monitor_.reset(); });
+}
+
+std::optional<DesktopEntry> DesktopEntries::find(const WindowIdentity& window) const {
+    std::unique_lock lock(shared_->mutex);
+    const auto index = shared_->index;
+    lock.unlock();
+    return index->find(window);
+}
+
+} // namespace mnemora::desktop

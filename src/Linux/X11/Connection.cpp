@@ -1,0 +1,284 @@
+#include "Linux/X11/Connection.h"
+
+#include "Linux/X11/PropertyText.h"
+#include "Text/Encoding.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+#include <xcb/dpms.h>
+#include <xcb/res.h>
+#include <xcb/screensaver.h>
+#include <xcb/xcb.h>
+
+namespace mnemora::x11 {
+namespace {
+
+using desktop::maxMarkBytes;
+using desktop::WindowIdentity;
+
+// The program elides nothing that a person could read in a title bar; what lies beyond is noise
+// or malice. Both ends are kept, for browsers put their own words last.
+constexpr std::size_t maxTitleBytes = 65536;
+constexpr std::size_t maxClients = 4096;
+
+const char* connectionFailure(int error) {
+    switch (error) {
+    case XCB_CONN_CLOSED_PARSE_ERR:
+        return "the display's name can't be read";
+    case XCB_CONN_CLOSED_INVALID_SCREEN:
+        return "the display has no such screen";
+    default:
+        return "the X server can't be reached";
+    }
+}
+
+/// A property of the instance and the class, NUL-terminated each, in Latin-1 (ICCCM 4.1.2.5).
+std::pair<std::string, std::string> instanceAndClass(std::string_view bytes) {
+    const auto split = bytes.find('\0');
+    const auto instance = bytes.substr(0, split);
+    auto name = split == std::string_view::npos ? std::string_view() : bytes.substr(split + 1);
+    name = name.substr(0, name.find('\0'));
+    return {cleanText(fromLatin1(instance)), cleanText(fromLatin1(name))};
+}
+
+template <class Integer>
+std::vector<Integer> numbers(const std::string& bytes) {
+    std::vector<Integer> result(bytes.size() / sizeof(Integer));
+    std::memcpy(result.data(), bytes.data(), result.size() * sizeof(Integer));
+    return result;
+}
+
+} // namespace
+
+void Connection::Disconnect::operator()(xcb_connection_t* connection) const {
+    xcb_disconnect(connection);
+}
+
+std::unique_ptr<Connection> Connection::open(std::string* reason) {
+    int screen = 0;
+    std::unique_ptr<xcb_connection_t, Disconnect> opened(xcb_connect(nullptr, &screen));
+    const int error = xcb_connection_has_error(opened.get());
+    if (error != 0) {
+        if (reason != nullptr)
+            *reason = connectionFailure(error);
+        return nullptr;
+    }
+    auto roots = xcb_setup_roots_iterator(xcb_get_setup(opened.get()));
+    for (; screen > 0 && roots.rem > 1; --screen)
+        xcb_screen_next(&roots);
+    const Window root = roots.data->root;
+    return std::unique_ptr<Connection>(new Connection(opened.release(), root));
+}
+
+Connection::Connection(xcb_connection_t* connection, Window root)
+    : connection_(connection), root_(root) {
+    internAtoms();
+    queryExtensions();
+}
+
+void Connection::internAtoms() {
+    constexpr std::array<std::string_view, 8> names = {
+        "_NET_ACTIVE_WINDOW", "_NET_CLIENT_LIST", "_NET_WM_NAME",        "_NET_WM_PID",
+        "UTF8_STRING",        "COMPOUND_TEXT",    "_GTK_APPLICATION_ID", "_KDE_NET_WM_DESKTOP_FILE"};
+    std::array<xcb_intern_atom_cookie_t, names.size()> asked;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        asked[i] = xcb_intern_atom(connection_.get(), 0,
+                                   static_cast<std::uint16_t>(names[i].size()), names[i].data());
+    std::array<Atom, names.size()> atoms{};
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const Reply<xcb_intern_atom_reply_t> reply(
+            xcb_intern_atom_reply(connection_.get(), asked[i], nullptr));
+        atoms[i] = reply ? reply->atom : Atom(XCB_ATOM_NONE);
+    }
+    atoms_ = {atoms[0], atoms[1], atoms[2], atoms[3], atoms[4], atoms[5], atoms[6], atoms[7]};
+}
+
+void Connection::queryExtensions() {
+    auto* connection = connection_.get();
+    const auto present = [&](xcb_extension_t* extension) {
+        const auto* data = xcb_get_extension_data(connection, extension);
+        return data != nullptr && data->present != 0;
+    };
+    hasPowerState_ = present(&xcb_dpms_id);
+    hasScreenSaver_ = present(&xcb_screensaver_id);
+    if (!present(&xcb_res_id))
+        return;
+    const Reply<xcb_res_query_version_reply_t> version(
+        xcb_res_query_version_reply(connection, xcb_res_query_version(connection, 1, 2), nullptr));
+    hasClientIds_ = version && (version->server_major > 1 || version->server_minor >= 2);
+}
+
+bool Connection::isAlive() const { return xcb_connection_has_error(connection_.get()) == 0; }
+
+int Connection::descriptor() const { return xcb_get_file_descriptor(connection_.get()); }
+
+void Connection::followActiveWindow() {
+    const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_change_window_attributes(connection_.get(), root_, XCB_CW_EVENT_MASK, &mask);
+    xcb_flush(connection_.get());
+}
+
+bool Connection::takeNotices() {
+    bool changed = false;
+    while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection_.get())}) {
+        if ((event->response_type & 0x7f) != XCB_PROPERTY_NOTIFY)
+            continue; // errors of requests without an answer come this way too
+        const auto* notice = reinterpret_cast<const xcb_property_notify_event_t*>(event.get());
+        changed = changed || notice->atom == atoms_.activeWindow;
+    }
+    return changed;
+}
+
+std::optional<Property> Connection::property(Window window, Atom name, std::size_t maxBytes) {
+    auto* connection = connection_.get();
+    const auto words = static_cast<std::uint32_t>(maxBytes / 4);
+    Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
+        connection, xcb_get_property(connection, 0, window, name, XCB_ATOM_ANY, 0, words),
+        nullptr));
+    if (!reply || reply->type == XCB_ATOM_NONE)
+        return std::nullopt;
+    const auto append = [](std::string& bytes, const xcb_get_property_reply_t* answer) {
+        const int length = xcb_get_property_value_length(answer);
+        bytes.append(static_cast<const char*>(xcb_get_property_value(answer)),
+                     static_cast<std::size_t>(std::max(length, 0)));
+    };
+    Property result{reply->type, {}};
+    append(result.bytes, reply.get());
+    if (reply->bytes_after == 0)
+        return result;
+    const std::uint32_t tail = std::min<std::uint32_t>(words / 4, reply->bytes_after / 4);
+    const std::uint32_t from = words + reply->bytes_after / 4 - tail;
+    reply.reset(xcb_get_property_reply(
+        connection, xcb_get_property(connection, 0, window, name, XCB_ATOM_ANY, from, tail + 1),
+        nullptr));
+    if (reply)
+        append(result.bytes, reply.get());
+    return result;
+}
+
+std::optional<Window> Connection::activeWindow() {
+    const auto stated = property(root_, atoms_.activeWindow, sizeof(Window));
+    if (!stated)
+        return focusedTopLevel();
+    const auto windows = numbers<Window>(stated->bytes);
+    if (windows.empty() || windows.front() == XCB_WINDOW_NONE)
+        return std::nullopt;
+    return windows.front();
+}
+
+std::optional<Window> Connection::focusedTopLevel() {
+    auto* connection = connection_.get();
+    const Reply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+    if (!focus || focus->focus <= XCB_INPUT_FOCUS_POINTER_ROOT)
+        return std::nullopt;
+    constexpr int maxDepth = 32;
+    Window window = focus->focus;
+    for (int depth = 0; depth < maxDepth && window != root_; ++depth) {
+        if (property(window, XCB_ATOM_WM_CLASS, maxMarkBytes))
+            return window;
+        const Reply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(connection, xcb_query_tree(connection, window), nullptr));
+        if (!tree || tree->parent == XCB_WINDOW_NONE)
+            return std::nullopt;
+        window = tree->parent;
+    }
+    return std::nullopt;
+}
+
+std::vector<Window> Connection::clients() {
+    const auto list = property(root_, atoms_.clientList, maxClients * sizeof(Window));
+    return list ? numbers<Window>(list->bytes) : std::vector<Window>();
+}
+
+std::string Connection::mark(Window window, Atom name) {
+    const auto value = property(window, name, maxMarkBytes);
+    return value ? cleanText(value->bytes) : std::string();
+}
+
+bool Connection::isLocal(Window window) {
+    std::array<char, 256> name{};
+    const auto machine = property(window, XCB_ATOM_WM_CLIENT_MACHINE, maxMarkBytes);
+    return machine && gethostname(name.data(), name.size() - 1) == 0 &&
+           machine->bytes == std::string_view(name.data());
+}
+
+// The server knows who is at the other end of a connection; the property is only what the client
+// claims, is missing in some, and means nothing when the client runs on another machine.
+int Connection::processOf(Window window) {
+    if (hasClientIds_) {
+        auto* connection = connection_.get();
+        const xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
+        const Reply<xcb_res_query_client_ids_reply_t> reply(xcb_res_query_client_ids_reply(
+            connection, xcb_res_query_client_ids(connection, 1, &spec), nullptr));
+        if (reply)
+            for (auto ids = xcb_res_query_client_ids_ids_iterator(reply.get()); ids.rem > 0;
+                 xcb_res_client_id_value_next(&ids))
+                if ((ids.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) != 0 &&
+                    xcb_res_client_id_value_value_length(ids.data) >= 1)
+                    return static_cast<int>(*xcb_res_client_id_value_value(ids.data));
+    }
+    const auto claimed = property(window, atoms_.windowPid, sizeof(std::uint32_t));
+    if (!claimed || claimed->bytes.size() < sizeof(std::uint32_t) || !isLocal(window))
+        return 0;
+    return static_cast<int>(numbers<std::uint32_t>(claimed->bytes).front());
+}
+
+std::optional<WindowIdentity> Connection::identity(Window window) {
+    const auto classes = property(window, XCB_ATOM_WM_CLASS, 2 * maxMarkBytes);
+    WindowIdentity result;
+    if (classes)
+        std::tie(result.instance, result.windowClass) = instanceAndClass(classes->bytes);
+    result.desktopId = mark(window, atoms_.gtkApplicationId);
+    if (result.desktopId.empty())
+        result.desktopId = mark(window, atoms_.kdeDesktopFile);
+    result.process.processIdentifier = processOf(window);
+    const bool knowsNothing =
+        !classes && result.desktopId.empty() && result.process.processIdentifier == 0;
+    if (knowsNothing) {
+        const Reply<xcb_get_geometry_reply_t> alive(xcb_get_geometry_reply(
+            connection_.get(), xcb_get_geometry(connection_.get(), window), nullptr));
+        if (!alive)
+            return std::nullopt;
+    }
+    return result;
+}
+
+std::string Connection::text(const Property& property) const {
+    if (property.type == atoms_.compoundText)
+        return fromCompoundText(property.bytes);
+    if (property.type == XCB_ATOM_STRING)
+        return fromLatin1(property.bytes);
+    return property.bytes;
+}
+
+std::optional<std::string> Connection::title(Window window) {
+    auto value = property(window, atoms_.windowName, maxTitleBytes);
+    if (!value)
+        value = property(window, XCB_ATOM_WM_NAME, maxTitleBytes);
+    if (!value)
+        return std::nullopt;
+    return cleanText(text(*value));
+}
+
+bool Connection::isScreenCovered() {
+    auto* connection = connection_.get();
+    if (hasPowerState_) {
+        const Reply<xcb_dpms_info_reply_t> power(
+            xcb_dpms_info_reply(connection, xcb_dpms_info(connection), nullptr));
+        if (power && power->state != 0 && power->power_level != XCB_DPMS_DPMS_MODE_ON)
+            return true;
+    }
+    if (!hasScreenSaver_)
+        return false;
+    const Reply<xcb_screensaver_query_info_reply_t> saver(xcb_screensaver_query_info_reply(
+        connection, xcb_screensaver_query_info(connection, root_), nullptr));
+    return saver && saver->state == XCB_SCREENSAVER_STATE_ON;
+}
+
+} // namespace mnemora::x11

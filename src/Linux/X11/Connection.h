@@ -1,0 +1,93 @@
+#pragma once
+// A connection to the X server with the few bounded readers that the program needs. Errors of
+// single requests are absent values: any window may be gone before its answer is read. A server
+// that goes away makes every later answer absent.
+
+#include "Linux/Desktop/FrontWindow.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct xcb_connection_t;
+
+namespace mnemora::x11 {
+
+/// Frees what xcb hands out with malloc.
+struct Freed {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <class T>
+using Reply = std::unique_ptr<T, Freed>;
+
+/// A window as the protocol numbers it (xcb_window_t).
+using Window = std::uint32_t;
+/// A name as the server numbers it (xcb_atom_t).
+using Atom = std::uint32_t;
+
+/// The value of a property.
+struct Property {
+    Atom type = 0;
+    std::string bytes;
+};
+
+/// The names that the readers use, as this server numbers them.
+struct Atoms {
+    Atom activeWindow, clientList, windowName, windowPid, utf8, compoundText, gtkApplicationId,
+        kdeDesktopFile;
+};
+
+/// One thread at a time; every operation waits for the server.
+class Connection {
+  public:
+    /// To the display of the environment; null when there is none. `reason`, where given, then
+    /// receives why.
+    [[nodiscard]] static std::unique_ptr<Connection> open(std::string* reason = nullptr);
+
+    [[nodiscard]] bool isAlive() const;
+    [[nodiscard]] int descriptor() const;
+    /// Asks for notices when the active window changes.
+    void followActiveWindow();
+    /// Takes all waiting notices; true when the active window may have changed.
+    bool takeNotices();
+
+    /// The window with the focus, as the window manager states it, or, without one that does, as
+    /// the server's own focus says.
+    [[nodiscard]] std::optional<Window> activeWindow();
+    /// The windows that the window manager manages, oldest first; none without one.
+    [[nodiscard]] std::vector<Window> clients();
+    /// Class, instance, process and desktop entry; absent when the window is gone.
+    [[nodiscard]] std::optional<desktop::WindowIdentity> identity(Window window);
+    /// The title in valid UTF-8; of one beyond the bound the beginning and the end.
+    [[nodiscard]] std::optional<std::string> title(Window window);
+    /// Whether the monitors are switched off (DPMS) or a screen saver covers them.
+    [[nodiscard]] bool isScreenCovered();
+
+  private:
+    struct Disconnect {
+        void operator()(xcb_connection_t* connection) const;
+    };
+
+    Connection(xcb_connection_t* connection, Window root);
+    void internAtoms();
+    void queryExtensions();
+    [[nodiscard]] std::optional<Property> property(Window window, Atom name, std::size_t maxBytes);
+    [[nodiscard]] std::string mark(Window window, Atom name);
+    [[nodiscard]] int processOf(Window window);
+    [[nodiscard]] bool isLocal(Window window);
+    [[nodiscard]] std::optional<Window> focusedTopLevel();
+    [[nodiscard]] std::string text(const Property& property) const;
+
+    std::unique_ptr<xcb_connection_t, Disconnect> connection_;
+    Window root_;
+    Atoms atoms_{};
+    bool hasClientIds_ = false;
+    bool hasPowerState_ = false;
+    bool hasScreenSaver_ = false;
+};
+
+} // namespace mnemora::x11

@@ -1,0 +1,152 @@
+#include "Linux/X11/FrontWindowWatcher.h"
+
+#include <algorithm>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
+
+namespace mnemora::x11 {
+
+using desktop::FrontWindow;
+using desktop::WindowIdentity;
+
+std::unique_ptr<FrontWindowWatcher> FrontWindowWatcher::start(std::function<void()> changed,
+                                                              std::string* reason) {
+    auto connection = Connection::open(reason);
+    if (!connection)
+        return nullptr;
+    FileDescriptor wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!wakeUp) {
+        if (reason != nullptr)
+            *reason = "no descriptor is left";
+        return nullptr;
+    }
+    return std::unique_ptr<FrontWindowWatcher>(new FrontWindowWatcher(
+        std::move(connection), std::move(wakeUp), std::move(changed)));
+}
+
+FrontWindowWatcher::FrontWindowWatcher(std::unique_ptr<Connection> connection,
+                                       FileDescriptor wakeUp, std::function<void()> changed)
+    : connection_(std::move(connection)), wakeUp_(std::move(wakeUp)),
+      changed_(std::move(changed)), thread_([this] { run(); }) {}
+
+FrontWindowWatcher::~FrontWindowWatcher() {
+    {
+        const std::lock_guard lock(mutex_);
+        ending_ = true;
+    }
+    wake();
+    thread_.join();
+}
+
+void FrontWindowWatcher::wake() const {
+    [[maybe_unused]] const int result = eventfd_write(wakeUp_.get(), 1);
+}
+
+std::optional<DisplayState> FrontWindowWatcher::read(std::chrono::milliseconds patience,
+                                                     bool withClients) {
+    std::unique_lock lock(mutex_);
+    const std::uint64_t ticket = ++asked_;
+    clientsWanted_ = clientsWanted_ || withClients;
+    wake();
+    const bool inTime =
+        served_.wait_for(lock, patience, [&] { return answered_ >= ticket || gone_; });
+    if (!inTime || gone_)
+        return std::nullopt;
+    return last_;
+}
+
+DisplayState FrontWindowWatcher::last() const {
+    const std::lock_guard lock(mutex_);
+    return last_;
+}
+
+void FrontWindowWatcher::run() {
+    connection_->followActiveWindow();
+    while (serve())
+        waitForWork();
+}
+
+// Answers everybody who has asked so far; false when it is time to end.
+bool FrontWindowWatcher::serve() {
+    eventfd_t ignored = 0;
+    eventfd_read(wakeUp_.get(), &ignored);
+    const bool changed = std::exchange(noticed_, false) || connection_->takeNotices();
+    std::unique_lock lock(mutex_);
+    if (ending_)
+        return false;
+    const std::uint64_t ticket = asked_;
+    const bool isAsked = ticket > answered_;
+    const bool withClients = std::exchange(clientsWanted_, false);
+    lock.unlock();
+    DisplayState state;
+    if (changed || isAsked)
+        state = readNow(withClients);
+    const bool isAlive = connection_->isAlive();
+    lock.lock();
+    if (!isAlive)
+        state = DisplayState();
+    else if (!withClients)
+        state.clients = last_.clients;
+    if (changed || isAsked || !isAlive)
+        last_ = std::move(state);
+    answered_ = ticket;
+    gone_ = !isAlive;
+    lock.unlock();
+    served_.notify_all();
+    if (changed && changed_)
+        changed_();
+    return isAlive;
+}
+
+void FrontWindowWatcher::waitForWork() {
+    // Answers may have brought notices along; those leave nothing to read on the socket.
+    noticed_ = connection_->takeNotices();
+    if (noticed_ || !connection_->isAlive())
+        return;
+    pollfd sources[] = {{connection_->descriptor(), POLLIN, 0}, {wakeUp_.get(), POLLIN, 0}};
+    poll(sources, std::size(sources), -1);
+}
+
+DisplayState FrontWindowWatcher::readNow(bool withClients) {
+    DisplayState state;
+    state.isCovered = connection_->isScreenCovered();
+    if (const auto window = connection_->activeWindow())
+        if (auto who = identity(*window))
+            state.front = FrontWindow{*window, std::move(*who), connection_->title(*window)};
+    if (!withClients)
+        return state;
+    const auto clients = connection_->clients();
+    std::erase_if(known_, [&](const auto& entry) {
+        return std::find(clients.begin(), clients.end(), entry.first) == clients.end();
+    });
+    for (const Window window : clients)
+        if (auto who = identity(window))
+            state.clients.push_back(std::move(*who));
+    return state;
+}
+
+// The marks are read each time, since a window's number may be given to another one; the files of
+// its process only once.
+std::optional<WindowIdentity> FrontWindowWatcher::identity(Window window) {
+    auto who = connection_->identity(window);
+    if (!who) {
+        known_.erase(window);
+        return std::nullopt;
+    }
+    const auto known = known_.find(window);
+    const int process = who->process.processIdentifier;
+    if (known != known_.end() && known->second.process.processIdentifier == process)
+        who->process = known->second.process;
+    else
+        who->process = desktop::processFacts(process);
+    who->process.processIdentifier = process;
+    constexpr std::size_t maxKnown = 256;
+    if (known_.size() >= maxKnown)
+        known_.clear();
+    known_[window] = *who;
+    return who;
+}
+
+} // namespace mnemora::x11

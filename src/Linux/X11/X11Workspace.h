@@ -1,0 +1,69 @@
+#pragma once
+// The running applications and the one in front, on an X11 session whose window manager follows
+// EWMH (https://specifications.freedesktop.org/wm-spec/1.5/).
+
+#include "Linux/X11/FrontWindowWatcher.h"
+#include "Platform/MainLoop.h"
+#include "Platform/Workspace.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace mnemora::desktop {
+class ApplicationCatalogue;
+class SessionState;
+} // namespace mnemora::desktop
+
+namespace mnemora::x11 {
+
+/// Main thread. Window titles change too often to be worth a notice; they are read when asked for.
+class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Workspace> {
+  public:
+    /// What opens one of our own settings pages; true when the address was one of them.
+    using SettingsOpener = std::function<bool(const std::string& address)>;
+
+    /// Null when there is no display; `reason` then receives why. The session state may be null
+    /// where nobody knows it.
+    [[nodiscard]] static std::shared_ptr<X11Workspace>
+    create(std::shared_ptr<MainLoop> mainLoop,
+           std::shared_ptr<const desktop::ApplicationCatalogue> catalogue,
+           std::shared_ptr<const desktop::SessionState> session, std::string* reason);
+    ~X11Workspace() override;
+
+    [[nodiscard]] std::optional<RunningApplication> frontmostApplication() override;
+    [[nodiscard]] std::unique_ptr<Observation> observeActivation(
+        std::function<void(const std::optional<RunningApplication>&)> activated) override;
+    [[nodiscard]] std::vector<RunningApplication>
+    runningApplications(const std::string& bundleIdentifier) override;
+    bool open(const std::string& address) override;
+
+    /// Settings addresses open nothing until this is given.
+    void setSettingsOpener(SettingsOpener opener) { openSettings_ = std::move(opener); }
+    /// The watcher behind it, for the adapters that look at the front window themselves.
+    [[nodiscard]] const std::shared_ptr<FrontWindowWatcher>& watcher() const { return watcher_; }
+
+  private:
+    struct Observers;
+
+    X11Workspace(std::shared_ptr<MainLoop> mainLoop,
+                 std::shared_ptr<const desktop::ApplicationCatalogue> catalogue,
+                 std::shared_ptr<const desktop::SessionState> session);
+    [[nodiscard]] RunningApplication application(const desktop::WindowIdentity& identity) const;
+    [[nodiscard]] std::optional<RunningApplication> frontOf(const DisplayState& state) const;
+    void activeWindowChanged();
+    void tell(const RunningApplication& application);
+
+    std::shared_ptr<MainLoop> mainLoop_;
+    std::shared_ptr<const desktop::ApplicationCatalogue> catalogue_;
+    std::shared_ptr<const desktop::SessionState> session_;
+    std::shared_ptr<FrontWindowWatcher> watcher_;
+    SettingsOpener openSettings_;
+    std::shared_ptr<Observers> observers_;
+    std::optional<RunningApplication> announced_; // the one that observers heard of last
+    std::unique_ptr<Timer> absence_;              // runs while no window has the focus
+};
+
+} // namespace mnemora::x11
