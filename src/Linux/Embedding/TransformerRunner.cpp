@@ -17,12 +17,18 @@ constexpr const char* device = "CPU";
 constexpr std::size_t shortLength = 64;
 /// Texts that come closer together than this are one batch, such as the backfill.
 constexpr auto batchPause = 100ms;
-/// The precision in which the runtime computes: its kernels take 8-bit weights and quantise each
-/// token's activations by themselves, the rest is single precision.
+/// The weights have 8 bits; with activations quantised in groups of 16 the kernels take two thirds
+/// of the time that single precision takes, and every vector stays within a cosine of 0.999 of the
+/// publisher's. Groups of 32, the default, are faster still but miss that for the shortest texts.
+constexpr std::uint64_t quantizationGroup = 16;
+
 ov::AnyMap settings() {
     return {ov::hint::performance_mode(ov::hint::PerformanceMode::LATENCY),
-            ov::hint::inference_precision(ov::element::f32), ov::inference_num_threads(1),
-            ov::num_streams(1), ov::hint::enable_cpu_pinning(false)};
+            ov::hint::inference_precision(ov::element::f32),
+            ov::hint::dynamic_quantization_group_size(quantizationGroup),
+            ov::inference_num_threads(1),
+            ov::num_streams(1),
+            ov::hint::enable_cpu_pinning(false)};
 }
 
 /// Changes with everything that makes an older compiled network useless or wrong.
@@ -31,6 +37,8 @@ std::uint64_t cacheKey(ov::Core& core, const std::string& identity) {
                       core.get_property(device, ov::device::full_name);
     for (const auto& capability : core.get_property(device, ov::device::capabilities))
         all += '\n' + capability;
+    for (const auto& [name, value] : settings())
+        all += '\n' + name + '=' + value.as<std::string>();
     return XXH3_64bits(all.data(), all.size());
 }
 
