@@ -74,8 +74,13 @@ bool BrowserConnection::take(PageMessage message, std::vector<PageAnswer>& answe
     }
     auto& answer = std::get<PageAnswer>(message);
     // Only what was asked: an answer to a question that was put to another browser is dropped.
-    if (open_.erase(answer.request) > 0)
-        answers.push_back(std::move(answer));
+    if (open_.erase(answer.request) == 0)
+        return true;
+    auto& state = state_ ? *state_ : state_.emplace();
+    state.focused = answer.focused; // fresher than what was pushed
+    if (answer.address)
+        state.address = answer.address;
+    answers.push_back(std::move(answer));
     return true;
 }
 

@@ -54,6 +54,7 @@ std::optional<PageMessage> answerFrom(const Json& answer) {
     if (request == answer.end() || !request->is_number_unsigned())
         return std::nullopt;
     auto parsed = refusal(request->get<std::uint64_t>());
+    parsed.focused = flagAt(answer, "focused");
     auto address = textAt(answer, "address");
     if (answer.contains("refused") || !address)
         return parsed;

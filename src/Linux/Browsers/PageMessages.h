@@ -30,8 +30,10 @@ struct TabState {
 /// The extension's answer to a request.
 struct PageAnswer {
     std::uint64_t request = 0;
-    /// True when there is nothing to be told; all else is absent then.
+    /// True when there is nothing to be told of the page.
     bool refused = false;
+    /// Whether one of the browser's ordinary windows has the focus; told with refusals, too.
+    bool focused = false;
     std::optional<std::string> address;
     /// The titles that the tab had while it was read.
     std::vector<std::string> titles;

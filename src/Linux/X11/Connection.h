@@ -38,7 +38,7 @@ struct Property {
 /// The names that the readers use, as this server numbers them.
 struct Atoms {
     Atom activeWindow, clientList, windowName, windowPid, utf8, compoundText, gtkApplicationId,
-        kdeDesktopFile;
+        kdeDesktopFile, supportingManager;
 };
 
 /// One thread at a time; every operation waits for the server.
