@@ -47,8 +47,9 @@ class ServerTest(unittest.IsolatedAsyncioTestCase):
         self.environment = {"HOME": folder.name, "PATH": os.environ["PATH"],
                             "XDG_DATA_HOME": str(self.home / "data"),
                             "XDG_CACHE_HOME": str(self.home / "cache")}
-        # Sanitizer options have to reach the server, whatever else is left out.
-        self.environment |= {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
+        # What a sanitizer needs has to reach the server, whatever else is left out.
+        self.environment |= {name: value for name, value in os.environ.items()
+                             if name.endswith("SAN_OPTIONS") or name == "LD_PRELOAD"}
         self.log = open(self.home / "server.log", "w+", encoding="utf-8")
         self.addCleanup(self.log.close)
 
