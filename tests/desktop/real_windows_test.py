@@ -20,13 +20,18 @@ PRIVATE, BEHIND = "Password reset — Example", "Never in front"
 
 
 class RealWindowsTest(unittest.TestCase):
+    def open(self, title, text, place):
+        window = TextWindow(title, text, place)
+        self.addCleanup(window.close)
+        return window
+
     def test_keeps_the_title_of_each_window_that_came_to_the_front(self):
         with tempfile.TemporaryDirectory(prefix="mnemora-desktop.") as name:
             folder = pathlib.Path(name)
-            TextWindow(BEHIND, "Nobody looks here.", "+600+400")
-            private = TextWindow(PRIVATE, "Your code is 118 023.", "+200+200")
-            notes = TextWindow(NOTES, "Hut is booked.", "+120+120")
-            mail = TextWindow(MAIL, "The oak worktop would be 1,240 EUR.", "+40+40")
+            self.open(BEHIND, "Nobody looks here.", "+600+400")
+            private = self.open(PRIVATE, "Your code is 118 023.", "+200+200")
+            notes = self.open(NOTES, "Hut is booked.", "+120+120")
+            mail = self.open(MAIL, "The oak worktop would be 1,240 EUR.", "+40+40")
             mail.bring_to_front()
             observer = Observer(PROGRAM, folder)
             try:
