@@ -24,6 +24,7 @@ struct ModelFiles {
 
 extern "C" {
 /// Loads the model into `loaded`; leaves it null when that fails. Throws nothing.
-void mnemoraLoadSentenceModel(const mnemora::embedding::ModelFiles& files,
-                              std::unique_ptr<mnemora::SentenceModel>& loaded);
+[[gnu::visibility("default")]] void
+mnemoraLoadSentenceModel(const mnemora::embedding::ModelFiles& files,
+                         std::unique_ptr<mnemora::SentenceModel>& loaded);
 }
