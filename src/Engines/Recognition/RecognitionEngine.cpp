@@ -1,0 +1,102 @@
+#include "Engines/Recognition/RecognitionEngine.h"
+
+#include "Engines/Channel.h"
+#include "Engines/Confinement.h"
+#include "Engines/ModelFile.h"
+#include "Engines/Recognition/OpenVinoNetworks.h"
+#include "Engines/Recognition/PictureReader.h"
+#include "Engines/RecognitionFrames.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace mnemora::engines {
+namespace {
+
+using recognition::TextNetworks;
+
+Outcome<std::shared_ptr<TextNetworks>> loadNetworks(const std::filesystem::path& model) {
+    const auto detector = readModelFile(model, "PP-OCRv6_det_small.onnx");
+    if (!detector)
+        return Failure{detector.description()};
+    const auto reader = readModelFile(model, "PP-OCRv6_rec_small.onnx");
+    if (!reader)
+        return Failure{reader.description()};
+    return recognition::loadOpenVinoNetworks(*detector, *reader);
+}
+
+/// A picture mapped from its memory file.
+class MappedPicture {
+  public:
+    /// Absent when the file can still change or is too small for the shape.
+    static std::optional<MappedPicture> map(const FileDescriptor& file, const PictureShape& shape) {
+        constexpr int needed = F_SEAL_SHRINK | F_SEAL_WRITE;
+        // The lock lets no stat through: in the C library every one of them may name a file.
+        const off_t size = lseek(file.get(), 0, SEEK_END);
+        if (size < 0 || static_cast<std::size_t>(size) < shape.size())
+            return std::nullopt;
+        const int seals = fcntl(file.get(), F_GET_SEALS);
+        if (seals < 0 || (seals & needed) != needed)
+            return std::nullopt;
+        void* pixels = mmap(nullptr, shape.size(), PROT_READ, MAP_PRIVATE, file.get(), 0);
+        if (pixels == MAP_FAILED)
+            return std::nullopt;
+        return MappedPicture(pixels, shape);
+    }
+
+    [[nodiscard]] recognition::PictureView view() const {
+        return {static_cast<const std::uint8_t*>(pixels_.get()), shape_.width, shape_.height,
+                shape_.stride};
+    }
+
+  private:
+    struct Unmap {
+        std::size_t size;
+        void operator()(void* pixels) const { munmap(pixels, size); }
+    };
+
+    MappedPicture(void* pixels, const PictureShape& shape)
+        : pixels_(pixels, Unmap{shape.size()}), shape_(shape) {}
+
+    std::unique_ptr<void, Unmap> pixels_;
+    PictureShape shape_;
+};
+
+/// False when the conversation is over, for whatever reason.
+bool answerNext(int socket, recognition::PictureReader& reader) {
+    const auto frame = receiveFrame(socket, std::nullopt);
+    if (!frame || frame->kind != FrameKind::picture)
+        return false;
+    const auto shape = decodeShape(frame->payload);
+    const auto picture = shape ? MappedPicture::map(frame->attachment, *shape) : std::nullopt;
+    if (!picture)
+        return false;
+    const auto lines = reader.read(picture->view());
+    return lines && sendFrame(socket, FrameKind::lines, encodeLines(*lines), -1, std::nullopt);
+}
+
+int refuse(int socket, const std::string& reason) {
+    (void)sendFrame(socket, FrameKind::unavailable, reason, -1, std::nullopt);
+    return EXIT_FAILURE;
+}
+
+} // namespace
+
+int runRecognition(int socket, const std::filesystem::path& model) {
+    const auto networks = loadNetworks(model);
+    if (!networks)
+        return refuse(socket, networks.description());
+    if (const auto reason = lockIn(socket))
+        return refuse(socket, "the engine can't be locked in: " + *reason);
+    recognition::PictureReader reader(**networks);
+    if (!sendFrame(socket, FrameKind::ready, {}, -1, std::nullopt))
+        return EXIT_FAILURE;
+    while (answerNext(socket, reader)) {
+    }
+    return EXIT_SUCCESS;
+}
+
+} // namespace mnemora::engines
