@@ -13,9 +13,6 @@
 namespace mnemora::browsers {
 namespace {
 
-/// Between two attempts to find the application: soon enough for somebody who has just started it,
-/// seldom enough to cost nothing while it isn't running.
-constexpr std::chrono::seconds attemptPause{3};
 /// An application that takes nothing for this long is as good as gone.
 constexpr timeval sendTime{.tv_sec = 2, .tv_usec = 0};
 
@@ -31,9 +28,9 @@ bool readInto(FrameReader& reader, int fd) {
 } // namespace
 
 PageRelay::PageRelay(int fromBrowser, int toBrowser, std::filesystem::path socket,
-                     std::string browser)
+                     std::string browser, std::chrono::milliseconds pause)
     : fromBrowser_(fromBrowser), toBrowser_(toBrowser), socket_(std::move(socket)),
-      browser_(std::move(browser)) {}
+      browser_(std::move(browser)), pause_(pause) {}
 
 void PageRelay::run() {
     for (;;) {
@@ -57,7 +54,7 @@ int PageRelay::timeUntilAttempt() const {
 }
 
 void PageRelay::connect() {
-    nextAttempt_ = std::chrono::steady_clock::now() + attemptPause;
+    nextAttempt_ = std::chrono::steady_clock::now() + pause_;
     application_ = connectToPageSocket(socket_);
     if (!application_)
         return;
@@ -69,7 +66,7 @@ void PageRelay::connect() {
 void PageRelay::disconnect() {
     application_.reset();
     applicationInput_ = FrameReader(longestToBrowser);
-    nextAttempt_ = std::chrono::steady_clock::now() + attemptPause;
+    nextAttempt_ = std::chrono::steady_clock::now() + pause_;
 }
 
 bool PageRelay::relayFromBrowser() {

@@ -13,9 +13,14 @@ namespace mnemora::browsers {
 /// One thread. Lives as long as the browser keeps the pipes open; the application may come and go.
 class PageRelay {
   public:
+    /// Between two attempts to find the application: soon enough for somebody who has just
+    /// started it, seldom enough to cost nothing while it isn't running.
+    static constexpr std::chrono::milliseconds usualPause{3000};
+
     /// Speaks with the browser on `fromBrowser` and `toBrowser`, which stay the caller's, and with
     /// the application at `socket`. `browser` is the executable that started this program.
-    PageRelay(int fromBrowser, int toBrowser, std::filesystem::path socket, std::string browser);
+    PageRelay(int fromBrowser, int toBrowser, std::filesystem::path socket, std::string browser,
+              std::chrono::milliseconds pause = usualPause);
 
     /// Returns when the browser has ended, or says what can't be a message.
     void run();
@@ -31,6 +36,7 @@ class PageRelay {
     const int toBrowser_;
     const std::filesystem::path socket_;
     const std::string browser_;
+    const std::chrono::milliseconds pause_;
     FileDescriptor application_;
     FrameReader browserInput_{longestFromBrowser};
     FrameReader applicationInput_{longestToBrowser};

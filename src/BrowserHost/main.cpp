@@ -57,7 +57,8 @@ int manage(std::string_view command) {
 
 int relay() {
     std::signal(SIGPIPE, SIG_IGN); // whoever is gone is seen by the failed write
-    PageRelay(STDIN_FILENO, STDOUT_FILENO, pageSocketPath(), executableOf(getppid()).string()).run();
+    PageRelay(STDIN_FILENO, STDOUT_FILENO, pageSocketPath(), executableOf(getppid()).string())
+        .run();
     return EXIT_SUCCESS;
 }
 

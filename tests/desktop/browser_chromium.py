@@ -73,31 +73,39 @@ class Pages:
 class Chromium:
     """One browser process with its first window; further windows open in the same process."""
 
-    def __init__(self, address, profile="Default"):
+    folder = pathlib.Path(os.environ["HOME"]) / ".config" / "chromium"
+
+    def __init__(self, address):
         self.log = open(os.path.join(os.environ["HOME"], "chromium.log"), "ab")
-        self.process = self._start(address, f"--profile-directory={profile}")
+        self.process = self._start("--profile-directory=Default", address)
 
     def _start(self, *arguments):
         return subprocess.Popen(["chromium", *FLAGS, *arguments], stdin=subprocess.DEVNULL,
                                 stdout=self.log, stderr=self.log)
 
-    def open(self, address, *flags):
-        """Opens the address from the command line, as another program would."""
+    def open(self, *arguments):
+        """Opens a new window in the running browser; returns its identifier."""
         windows = set(self.windows())
-        self._start(*flags, address).wait(PATIENCE)
-        if "--new-window" in flags or "--incognito" in flags:
-            new = wait_until(lambda: set(self.windows()) - windows, what="a new window")
-            return new.pop()
-        return None
+        self._start(*arguments).wait(PATIENCE)
+        return wait_until(lambda: set(self.windows()) - windows, what="a new window").pop()
 
     @staticmethod
     def windows():
         return xdotool("search", "--onlyvisible", "--class", "chromium").split()
 
+    def close_window(self, window):
+        self.bring_to_front(window)
+        xdotool("key", "ctrl+shift+w")
+        wait_until(lambda: window not in self.windows(), what="the window to close")
+
     @staticmethod
     def bring_to_front(window):
         xdotool("windowactivate", window)
         wait_until(lambda: xdotool("getactivewindow") == window, what="the window in front")
+
+    def main_process(self):
+        """The starter replaces itself by the browser."""
+        return self.process.pid
 
     def close(self):
         if self.process.poll() is None:
@@ -117,10 +125,22 @@ class Answers:
         self.process = subprocess.Popen([program, host_program], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, text=True)
 
-    def say(self, line):
+    def begin(self, line):
         self.process.stdin.write(line + "\n")
         self.process.stdin.flush()
+
+    def end(self):
         return json.loads(self.process.stdout.readline())
+
+    def say(self, line):
+        self.begin(line)
+        return self.end()
+
+    def has_extension(self):
+        return self.say("extension " + CHROME)["connected"]
+
+    def wait_for_extension(self):
+        wait_until(self.has_extension, what="the extension")
 
     def address(self):
         return self.say("run " + ADDRESS)
@@ -129,9 +149,16 @@ class Answers:
         return self.say("run " + TEXT)
 
     def wait_for_address(self, address):
-        wait_until(lambda: self.address().get("text") == address, what=f"the address {address}")
+        heard = []
+        try:
+            wait_until(lambda: heard.append(self.address()["text"]) or heard[-1] == address,
+                       what=f"the address {address[:100]}")
+        except TimeoutError as late:
+            raise TimeoutError(f"{late}; at last it was {(heard[-1] or 'absent')[:100]}") from None
 
     def close(self):
+        if self.process.poll() is not None:
+            return
         self.process.stdin.close()
         self.process.stdout.close()
         self.process.wait(PATIENCE)

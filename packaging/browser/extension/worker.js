@@ -68,9 +68,9 @@ async function answer(to, request) {
 async function found(request) {
     const before = await pageInFront();
     if (!before || (request.focused && !before.focused))
-        return { refused: 'no window in front' };
+        return { focused: false, refused: 'no window in front' };
     if (request.ask === 'address')
-        return { address: before.address, titles: [before.title] };
+        return { focused: before.focused, address: before.address, titles: [before.title] };
     if (request.ask !== 'text')
         return { refused: 'unknown request' };
     const text = await textOf(before.tab);
@@ -78,8 +78,9 @@ async function found(request) {
     // Another tab or page came to the front meanwhile: whether that one may be read was never asked.
     if (!after || after.tab !== before.tab || after.address !== before.address ||
         (request.focused && !after.focused))
-        return { refused: 'the page changed' };
-    const reply = { address: after.address, titles: [...new Set([before.title, after.title])] };
+        return { focused: Boolean(after?.focused), refused: 'the page changed' };
+    const titles = [...new Set([before.title, after.title])];
+    const reply = { focused: after.focused, address: after.address, titles };
     return typeof text === 'string' ? { ...reply, text } : reply;
 }
 

@@ -39,14 +39,14 @@ const BrowserConnection* mostRecent(const std::vector<BrowserConnection*>& conne
 
 } // namespace
 
-std::unique_ptr<BrowserConnections>
-BrowserConnections::create(const std::filesystem::path& socket, std::filesystem::path hostProgram) {
+std::unique_ptr<BrowserConnections> BrowserConnections::create(const std::filesystem::path& socket,
+                                                               std::filesystem::path hostProgram) {
     auto listening = PageSocket::listen(socket);
     FileDescriptor wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!listening || !wake)
         return nullptr;
-    return std::unique_ptr<BrowserConnections>(new BrowserConnections(
-        std::move(*listening), std::move(hostProgram), std::move(wake)));
+    return std::unique_ptr<BrowserConnections>(
+        new BrowserConnections(std::move(*listening), std::move(hostProgram), std::move(wake)));
 }
 
 BrowserConnections::BrowserConnections(PageSocket socket, std::filesystem::path hostProgram,
@@ -69,8 +69,7 @@ bool BrowserConnections::has(const std::string& bundleIdentifier) const {
 }
 
 std::optional<PageAnswer> BrowserConnections::askFocused(const std::string& bundleIdentifier,
-                                                         PageQuestion question,
-                                                         Duration patience) {
+                                                         PageQuestion question, Duration patience) {
     std::unique_lock lock(mutex_);
     return ask(connectionsOf(bundleIdentifier), question, true, patience, lock);
 }
@@ -109,7 +108,8 @@ std::optional<PageAnswer> BrowserConnections::ask(const std::vector<BrowserConne
                                                   Duration patience,
                                                   std::unique_lock<std::mutex>& lock) {
     const auto now = Clock::now();
-    const auto entry = questions_.insert(questions_.end(), Question{++lastRequest_, 0, std::nullopt});
+    const auto entry =
+        questions_.insert(questions_.end(), Question{++lastRequest_, 0, std::nullopt});
     for (auto* each : whom)
         if (each->ask(entry->request, question, focused, now))
             ++entry->unanswered;
@@ -165,15 +165,14 @@ void BrowserConnections::run() {
 std::vector<pollfd> BrowserConnections::toPoll() const {
     std::vector<pollfd> polled(firstConnectionSlot);
     polled[wakeSlot] = {.fd = wake_.get(), .events = POLLIN, .revents = 0};
-    const bool admitting =
-        connections_.size() < mostConnections && Clock::now() >= admitAgain_;
-    polled[listenSlot] = {.fd = socket_.get(),
-                          .events = static_cast<short>(admitting ? POLLIN : 0),
-                          .revents = 0};
+    const bool admitting = connections_.size() < mostConnections && Clock::now() >= admitAgain_;
+    polled[listenSlot] = {
+        .fd = socket_.get(), .events = static_cast<short>(admitting ? POLLIN : 0), .revents = 0};
     for (const auto& each : connections_)
-        polled.push_back({.fd = each->socket(),
-                          .events = static_cast<short>(each->hasOutput() ? POLLIN | POLLOUT : POLLIN),
-                          .revents = 0});
+        polled.push_back(
+            {.fd = each->socket(),
+             .events = static_cast<short>(each->hasOutput() ? POLLIN | POLLOUT : POLLIN),
+             .revents = 0});
     return polled;
 }
 
@@ -196,8 +195,8 @@ void BrowserConnections::serveConnections(std::span<const pollfd> polled) {
         auto& connection = **each;
         bool alive = socket.revents == 0 || connection.receive(answers);
         alive = alive && connection.send();
-        alive = alive && (connection.bundleIdentifier() ||
-                          Clock::now() - connection.since() < helloTime);
+        alive = alive &&
+                (connection.bundleIdentifier() || Clock::now() - connection.since() < helloTime);
         if (!alive)
             connection.abandon(answers);
         each = alive ? std::next(each) : connections_.erase(each);

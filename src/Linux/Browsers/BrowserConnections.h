@@ -62,9 +62,10 @@ class BrowserConnections {
     void serveConnections(std::span<const pollfd> polled);
     void admit();
     void conclude(const std::vector<PageAnswer>& answers);
-    [[nodiscard]] std::optional<PageAnswer>
-    ask(const std::vector<BrowserConnection*>& whom, PageQuestion question, bool focused,
-        Duration patience, std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] std::optional<PageAnswer> ask(const std::vector<BrowserConnection*>& whom,
+                                                PageQuestion question, bool focused,
+                                                Duration patience,
+                                                std::unique_lock<std::mutex>& lock);
     [[nodiscard]] std::vector<BrowserConnection*> connectionsOf(const std::string& bundle) const;
     void wake() const;
 

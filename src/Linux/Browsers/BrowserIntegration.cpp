@@ -59,7 +59,9 @@ bool writeWhole(const fs::path& path, const std::string& content) {
     return written;
 }
 
-bool removeFile(const fs::path& path) { return unlink(path.c_str()) == 0 || errno == ENOENT; }
+bool removeFile(const fs::path& path) {
+    return unlink(path.c_str()) == 0 || errno == ENOENT;
+}
 
 bool inPath(const char* command) {
     const char* variable = std::getenv("PATH");

@@ -17,9 +17,13 @@ constexpr milliseconds patience{1500};
 /// Nothing on the main thread waits longer than 50 ms for anybody.
 constexpr milliseconds mainThreadPatience{45};
 
-bool onMainThread() { return syscall(SYS_gettid) == getpid(); }
+bool onMainThread() {
+    return syscall(SYS_gettid) == getpid();
+}
 
-ScriptResult error() { return {.failed = true, .text = std::nullopt}; }
+ScriptResult error() {
+    return {.failed = true, .text = std::nullopt};
+}
 
 ScriptResult result(std::optional<std::string> text) {
     return {.failed = !text.has_value(), .text = std::move(text)};

@@ -37,7 +37,8 @@ struct BrowserScriptHostOptions {
 class BrowserScriptHost : public ScriptHost {
   public:
     /// Null when no socket can be opened here (no runtime folder).
-    [[nodiscard]] static std::shared_ptr<BrowserScriptHost> create(BrowserScriptHostOptions options);
+    [[nodiscard]] static std::shared_ptr<BrowserScriptHost>
+    create(BrowserScriptHostOptions options);
     ~BrowserScriptHost() override;
 
     [[nodiscard]] std::unique_ptr<Script> compile(const std::string& text) override;

@@ -9,9 +9,12 @@ struct Executable {
 };
 
 constexpr std::array executables{
-    Executable{"chromium", "com.google.Chrome"}, Executable{"chromium-browser", "com.google.Chrome"},
-    Executable{"chrome", "com.google.Chrome"},   Executable{"msedge", "com.microsoft.edgemac"},
-    Executable{"brave", "com.brave.Browser"},    Executable{"brave-browser", "com.brave.Browser"},
+    Executable{"chromium", "com.google.Chrome"},
+    Executable{"chromium-browser", "com.google.Chrome"},
+    Executable{"chrome", "com.google.Chrome"},
+    Executable{"msedge", "com.microsoft.edgemac"},
+    Executable{"brave", "com.brave.Browser"},
+    Executable{"brave-browser", "com.brave.Browser"},
 };
 
 } // namespace

@@ -81,7 +81,9 @@ std::string requestMessage(std::uint64_t request, PageQuestion question, bool fo
         .dump();
 }
 
-std::string stateRequestMessage() { return Json{{"ask", "state"}}.dump(); }
+std::string stateRequestMessage() {
+    return Json{{"ask", "state"}}.dump();
+}
 
 std::string helloMessage(const Hello& hello) {
     return Json{{"hello", {{"browser", hello.browser}}}}.dump(-1, ' ', false,

@@ -51,7 +51,7 @@ std::optional<PageSocket> PageSocket::listen(const std::filesystem::path& path) 
         return std::nullopt;
     unlink(own.c_str());
     auto socket = newSocket(SOCK_NONBLOCK);
-    struct stat info{};
+    struct stat info {};
     if (!socket || !callWith(::bind, socket.get(), *address) || chmod(own.c_str(), 0600) != 0 ||
         ::listen(socket.get(), waitingPeers) != 0 || stat(own.c_str(), &info) != 0 ||
         std::rename(own.c_str(), path.c_str()) != 0) {
@@ -62,7 +62,7 @@ std::optional<PageSocket> PageSocket::listen(const std::filesystem::path& path) 
 }
 
 PageSocket::~PageSocket() {
-    struct stat info{};
+    struct stat info {};
     if (socket_ && lstat(path_.c_str(), &info) == 0 && info.st_ino == inode_)
         unlink(path_.c_str());
 }
