@@ -2,9 +2,11 @@
 
 #include "Text/Encoding.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string_view>
 #include <unistd.h>
@@ -68,13 +70,11 @@ std::string programName(const std::string& executable, const std::vector<std::st
 }
 
 bool asksForPrivacy(const std::vector<std::string>& command) {
-    for (const std::string& argument : command)
-        for (const std::string_view option :
-             {"--incognito-mode", "--private-instance", "--automation-mode", "--incognito",
-              "--inprivate", "--guest"})
-            if (argument == option || (argument == "-i" && command.front().ends_with("epiphany")))
-                return true;
-    return false;
+    constexpr std::string_view options[] = {"--incognito-mode", "-i", "--private-instance",
+                                            "--automation-mode"};
+    return !command.empty() && baseName(command.front()).starts_with("epiphany") &&
+           std::find_first_of(command.begin(), command.end(), std::begin(options),
+                              std::end(options)) != command.end();
 }
 
 /// The value of `key` in Flatpak's description of the sandbox (flatpak-metadata(5)).
@@ -104,7 +104,7 @@ ProcessFacts processFacts(int processIdentifier) {
     const auto command = arguments(processIdentifier);
     facts.program = programName(facts.executable, command);
     facts.sandbox = sandboxName(processIdentifier, facts.executable);
-    facts.startedPrivate = !command.empty() && asksForPrivacy(command);
+    facts.startedPrivate = asksForPrivacy(command);
     return facts;
 }
 

@@ -1,6 +1,9 @@
 #include "Linux/Desktop/RunDesktop.h"
 
+#include "Linux/Accessibility/AccessibleWindows.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
+#include "Linux/Desktop/FocusedWindowTitles.h"
+#include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/GLibThread.h"
 #include "Linux/Desktop/QtMainLoop.h"
 #include "Linux/Desktop/SessionState.h"
@@ -23,10 +26,13 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto patienceAtQuit = 500ms;
+// The accessibility bus may have to be started first.
+constexpr auto patienceAtStart = 1500ms;
 
 /// Makes the services of this session and installs them; false, with the cause, without a display.
 bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& listener,
                      std::string& reason) {
+    const auto windows = std::make_shared<atspi::AccessibleWindows>();
     const auto entries = std::make_shared<DesktopEntries>(listener);
     const auto catalogue = std::make_shared<const ApplicationCatalogue>(entries);
     const auto session = std::make_shared<const SessionState>(listener);
@@ -36,7 +42,11 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     DesktopServices services;
     services.mainLoop = mainLoop;
     services.workspace = workspace;
+    services.accessibility = std::make_shared<FocusedWindowTitles>(
+        windows, catalogue, [workspace] { return workspace->lastFrontWindow(); });
     installDesktopServices(std::move(services));
+    // The first thing the sampler says is whether titles can be read.
+    (void)windows->waitUntilKnown(patienceAtStart);
     return true;
 }
 

@@ -73,10 +73,26 @@ RunningApplication X11Workspace::application(const desktop::WindowIdentity& iden
     return {known.bundleIdentifier, known.name, identity.process.processIdentifier};
 }
 
+bool X11Workspace::isVisible(const DisplayState& state) const {
+    return !state.isCovered && (!session_ || session_->isInFront());
+}
+
 std::optional<RunningApplication> X11Workspace::frontOf(const DisplayState& state) const {
-    if (!state.front || state.isCovered || (session_ && !session_->isInFront()))
+    if (!state.front || !isVisible(state))
         return std::nullopt;
     return application(state.front->identity);
+}
+
+std::optional<desktop::FrontWindow> X11Workspace::lastFrontWindow() const {
+    return watcher_->last().front;
+}
+
+std::optional<desktop::FrontWindow>
+X11Workspace::freshFrontWindow(std::chrono::milliseconds patience) const {
+    auto state = watcher_->read(patience);
+    if (!state || !isVisible(*state))
+        return std::nullopt;
+    return std::move(state->front);
 }
 
 std::optional<RunningApplication> X11Workspace::frontmostApplication() {

@@ -42,8 +42,12 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
 
     /// Settings addresses open nothing until this is given.
     void setSettingsOpener(SettingsOpener opener) { openSettings_ = std::move(opener); }
-    /// The watcher behind it, for the adapters that look at the front window themselves.
-    [[nodiscard]] const std::shared_ptr<FrontWindowWatcher>& watcher() const { return watcher_; }
+    /// The window in front by the last reading, at once. Any thread.
+    [[nodiscard]] std::optional<desktop::FrontWindow> lastFrontWindow() const;
+    /// The window in front, read anew; absent also where that takes longer than `patience` and
+    /// while nobody can see it. Any thread.
+    [[nodiscard]] std::optional<desktop::FrontWindow>
+    freshFrontWindow(std::chrono::milliseconds patience) const;
 
   private:
     struct Observers;
@@ -53,6 +57,7 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
                  std::shared_ptr<const desktop::SessionState> session);
     [[nodiscard]] RunningApplication application(const desktop::WindowIdentity& identity) const;
     [[nodiscard]] std::optional<RunningApplication> frontOf(const DisplayState& state) const;
+    [[nodiscard]] bool isVisible(const DisplayState& state) const;
     void activeWindowChanged();
     void tell(const RunningApplication& application);
 

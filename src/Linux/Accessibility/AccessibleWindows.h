@@ -1,0 +1,52 @@
+#pragma once
+// The windows of other programs as the accessibility bus names them (AT-SPI 2,
+// https://gnome.pages.gitlab.gnome.org/at-spi2-core/): which one of a process is active and what
+// it is called. Spoken to by plain asynchronous bus calls on a thread of its own, so that a
+// program that hangs keeps nobody waiting, this thread included.
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace mnemora::atspi {
+
+/// What the accessibility bus says of the windows of one process.
+struct WindowReading {
+    /// The active window's accessible name in valid UTF-8; absent when the process has none or it
+    /// can't be read.
+    std::optional<std::string> name;
+    /// Exactly one window of the process says that it is active.
+    bool isCertain = false;
+
+    bool operator==(const WindowReading&) const = default;
+};
+
+/// Any thread. The switch for screen readers is never touched.
+class AccessibleWindows {
+  public:
+    /// Begins to connect; the bus may come and go at any time later.
+    AccessibleWindows();
+    ~AccessibleWindows();
+    AccessibleWindows(const AccessibleWindows&) = delete;
+    AccessibleWindows& operator=(const AccessibleWindows&) = delete;
+
+    /// Whether the bus is on (org.a11y.Status, IsEnabled) and its registry answers.
+    [[nodiscard]] bool isAvailable() const;
+    /// Waits until it is known whether it is available; for the start of the program.
+    [[nodiscard]] bool waitUntilKnown(std::chrono::milliseconds patience) const;
+    /// Asks the process anew. Absent when the answer takes longer than `patience`, or, at once,
+    /// when the process has been hanging lately.
+    [[nodiscard]] std::optional<WindowReading> read(int processIdentifier,
+                                                    std::chrono::milliseconds patience);
+    /// What was last heard of the process, at once.
+    [[nodiscard]] WindowReading last(int processIdentifier) const;
+
+  private:
+    struct Shared;
+    class Listener;
+    std::shared_ptr<Shared> shared_;
+    std::unique_ptr<Listener> listener_;
+};
+
+} // namespace mnemora::atspi

@@ -1,0 +1,41 @@
+#pragma once
+// The string tables that Chromium-family browsers keep beside their executable
+// (tools/grit/grit/format/data_pack.py of the Chromium sources describes versions 4 and 5).
+
+#include "Linux/Desktop/PrivateWindowMarkers.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace mnemora::desktop {
+
+/// One language's strings. A damaged file reads as one without strings.
+class LanguagePack {
+  public:
+    /// Absent when the file can't be read, is larger than any real one, or isn't of this kind.
+    [[nodiscard]] static std::optional<LanguagePack> read(const std::filesystem::path& file);
+
+    /// The string with this number in valid UTF-8; absent when there is none.
+    [[nodiscard]] std::optional<std::string> string(std::uint16_t number) const;
+    /// The numbers of all strings, ascending.
+    [[nodiscard]] std::vector<std::uint16_t> numbers() const;
+
+  private:
+    [[nodiscard]] bool readHeader();
+    template <class Integer>
+    [[nodiscard]] Integer at(std::size_t offset) const;
+
+    std::string bytes_;
+    std::size_t entries_ = 0; // offset of the first entry
+    std::size_t count_ = 0;
+    bool isUtf16_ = false;
+};
+
+/// The formats of private windows' accessible names in all packs of the folder. The string's
+/// number changes with each release; the English pack tells which one it is.
+[[nodiscard]] std::vector<TitleFormat> privateFormats(const std::filesystem::path& folder);
+
+} // namespace mnemora::desktop

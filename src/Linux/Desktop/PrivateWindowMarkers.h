@@ -1,0 +1,52 @@
+#pragma once
+// The words by which browsers mark the titles of their private windows, in every language that
+// they ship.
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace mnemora::desktop {
+
+/// A marked title: what stands before and after the page's own title.
+struct TitleFormat {
+    std::string before;
+    std::string after;
+
+    bool operator==(const TitleFormat&) const = default;
+};
+
+/// Any thread.
+class PrivateWindowMarkers {
+  public:
+    /// Whether a Chromium-family window of this accessible name is private: by the formats of the
+    /// language packs that lie beside the browser's executable, and by those that are known from
+    /// Chromium's own. The packs are read once for each folder; that takes some milliseconds.
+    [[nodiscard]] bool marksChromium(std::string_view accessibleName, int processIdentifier,
+                                     const std::string& executable);
+
+    /// Whether a Firefox window of this title is private.
+    [[nodiscard]] static bool marksFirefox(std::string_view title);
+
+  private:
+    using Formats = std::shared_ptr<const std::vector<TitleFormat>>;
+    [[nodiscard]] Formats formatsBeside(int processIdentifier, const std::string& executable);
+
+    std::mutex mutex_;
+    std::map<std::string, Formats> known_; // by executable; guarded by mutex_
+};
+
+/// A title as markers are compared: in normal form C and without the invisible characters that
+/// turn the direction of writing, which browsers add in right-to-left languages.
+[[nodiscard]] std::string comparableTitle(std::string_view title);
+
+/// Chromium's formats, from the language packs of its release 156.
+[[nodiscard]] std::span<const TitleFormat> chromiumFormats();
+/// What Firefox's private windows add to their titles, from its language packs of release 140.
+[[nodiscard]] std::span<const std::string_view> firefoxMarkers();
+
+} // namespace mnemora::desktop
