@@ -21,10 +21,10 @@ struct DesktopEntry {
     /// Its name in the user's language.
     std::string name;
     /// StartupWMClass; empty when it has none.
-    std::string windowClass;
+    std::string windowClass = {};
     /// The program that its command starts, without the folder; empty for launchers of others
     /// (env, flatpak, an interpreter).
-    std::string program;
+    std::string program = {};
     /// It starts a web page in a window of its own.
     bool isWebApplication = false;
     /// Menus show it.

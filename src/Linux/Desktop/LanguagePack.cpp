@@ -4,20 +4,29 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
 #include <string_view>
 #include <system_error>
+#include <unistd.h>
 
 namespace mnemora::desktop {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uintmax_t maxPackBytes = 16U << 20U; // the largest of release 156 has 2 MB
+constexpr std::size_t maxStrings = 65536;
+constexpr std::size_t maxStringBytes = 1024;
 constexpr std::size_t maxPacks = 512;
 constexpr std::size_t entryBytes = 6; // number (2), offset (4)
 constexpr std::uint8_t utf16 = 2;
 constexpr std::string_view place = "$1";
+
+template <class Integer>
+Integer number(const std::string& bytes, std::size_t offset) {
+    Integer value = 0; // little-endian, as every machine that these browsers run on
+    std::memcpy(&value, bytes.data() + offset, sizeof value);
+    return value;
+}
 
 std::string fromUtf16(std::string_view bytes) {
     std::u16string units(bytes.size() / 2, u'\0');
@@ -73,81 +82,85 @@ std::optional<TitleFormat> formatOf(const std::optional<std::string>& string) {
 
 } // namespace
 
-template <class Integer>
-Integer LanguagePack::at(std::size_t offset) const {
-    Integer value = 0;
-    if (offset + sizeof value <= bytes_.size())
-        std::memcpy(&value, bytes_.data() + offset, sizeof value);
-    return value;
-}
-
-std::optional<LanguagePack> LanguagePack::read(const fs::path& file) {
-    std::error_code error;
-    const auto size = fs::file_size(file, error);
-    if (error || size > maxPackBytes)
-        return std::nullopt;
+std::optional<LanguagePack> LanguagePack::open(const fs::path& file) {
     LanguagePack pack;
-    pack.bytes_.resize(size);
-    std::ifstream stream(file, std::ios::binary);
-    stream.read(pack.bytes_.data(), static_cast<std::streamsize>(size));
-    if (!stream || !pack.readHeader())
+    pack.file_.reset(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!pack.file_ || !pack.readTable())
         return std::nullopt;
     return pack;
 }
 
-bool LanguagePack::readHeader() {
-    const auto version = at<std::uint32_t>(0);
+std::string LanguagePack::bytes(std::size_t from, std::size_t length) const {
+    std::string result(length, '\0');
+    const ssize_t got = pread(file_.get(), result.data(), length, static_cast<off_t>(from));
+    result.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return result;
+}
+
+bool LanguagePack::readTable() {
+    constexpr std::size_t headerBytes = 12;
+    const std::string header = bytes(0, headerBytes);
+    if (header.size() < headerBytes)
+        return false;
+    const auto version = number<std::uint32_t>(header, 0);
+    std::size_t start = headerBytes;
     if (version == 4) {
-        count_ = at<std::uint32_t>(4);
-        isUtf16_ = at<std::uint8_t>(8) == utf16;
-        entries_ = 9;
+        count_ = number<std::uint32_t>(header, 4);
+        isUtf16_ = number<std::uint8_t>(header, 8) == utf16;
+        start = 9;
     } else if (version == 5) {
-        isUtf16_ = at<std::uint8_t>(4) == utf16;
-        count_ = at<std::uint16_t>(8);
-        entries_ = 12;
+        isUtf16_ = number<std::uint8_t>(header, 4) == utf16;
+        count_ = number<std::uint16_t>(header, 8);
     } else {
         return false;
     }
+    if (count_ > maxStrings)
+        return false;
     // One entry more than there are strings says where the last one ends.
-    return count_ < bytes_.size() && entries_ + (count_ + 1) * entryBytes <= bytes_.size();
+    table_ = bytes(start, (count_ + 1) * entryBytes);
+    return table_.size() == (count_ + 1) * entryBytes;
+}
+
+template <class Integer>
+Integer LanguagePack::entry(std::size_t index, std::size_t offset) const {
+    return number<Integer>(table_, index * entryBytes + offset);
 }
 
 std::vector<std::uint16_t> LanguagePack::numbers() const {
     std::vector<std::uint16_t> result(count_);
     for (std::size_t i = 0; i < count_; ++i)
-        result[i] = at<std::uint16_t>(entries_ + i * entryBytes);
+        result[i] = entry<std::uint16_t>(i, 0);
     return result;
 }
 
-std::optional<std::string> LanguagePack::string(std::uint16_t number) const {
+std::optional<std::string> LanguagePack::string(std::uint16_t wanted) const {
     std::size_t low = 0;
     std::size_t high = count_;
     while (low < high) {
         const std::size_t middle = (low + high) / 2;
-        if (at<std::uint16_t>(entries_ + middle * entryBytes) < number)
+        if (entry<std::uint16_t>(middle, 0) < wanted)
             low = middle + 1;
         else
             high = middle;
     }
-    const std::size_t entry = entries_ + low * entryBytes;
-    if (low == count_ || at<std::uint16_t>(entry) != number)
+    if (low == count_ || entry<std::uint16_t>(low, 0) != wanted)
         return std::nullopt;
-    const std::size_t from = at<std::uint32_t>(entry + 2);
-    const std::size_t to = at<std::uint32_t>(entry + entryBytes + 2);
-    if (from > to || to > bytes_.size())
+    const std::size_t from = entry<std::uint32_t>(low, 2);
+    const std::size_t to = entry<std::uint32_t>(low + 1, 2);
+    if (from > to || to - from > maxStringBytes)
         return std::nullopt;
-    const std::string_view raw = std::string_view(bytes_).substr(from, to - from);
-    return cleanText(isUtf16_ ? fromUtf16(raw) : std::string(raw));
+    const std::string raw = bytes(from, to - from);
+    return cleanText(isUtf16_ ? fromUtf16(raw) : raw);
 }
 
 std::vector<TitleFormat> privateFormats(const fs::path& folder) {
-    const auto english = LanguagePack::read(folder / "en-US.pak");
+    const auto english = LanguagePack::open(folder / "en-US.pak");
     if (!english)
         return {};
     std::vector<std::uint16_t> wanted;
-    for (const std::uint16_t number : english->numbers())
-        if (isEnglishFormat(english->string(number).value_or("")))
-            wanted.push_back(number);
+    for (const std::uint16_t identifier : english->numbers())
+        if (isEnglishFormat(english->string(identifier).value_or("")))
+            wanted.push_back(identifier);
     std::vector<TitleFormat> formats;
     std::error_code error;
     std::size_t packs = 0;
@@ -155,9 +168,9 @@ std::vector<TitleFormat> privateFormats(const fs::path& folder) {
          file.increment(error)) {
         if (file->path().extension() != ".pak" || ++packs > maxPacks)
             continue;
-        const auto pack = LanguagePack::read(file->path());
-        for (const std::uint16_t number : wanted)
-            if (const auto format = formatOf(pack ? pack->string(number) : std::nullopt))
+        const auto pack = LanguagePack::open(file->path());
+        for (const std::uint16_t identifier : wanted)
+            if (const auto format = formatOf(pack ? pack->string(identifier) : std::nullopt))
                 if (std::find(formats.begin(), formats.end(), *format) == formats.end())
                     formats.push_back(*format);
     }
