@@ -2,9 +2,11 @@
 // The services of a desktop session, installed by the desktop module before the shell starts.
 
 #include "Platform/Accessibility.h"
+#include "Platform/Audio.h"
 #include "Platform/MainLoop.h"
 #include "Platform/ScreenCapture.h"
 #include "Platform/ScriptHost.h"
+#include "Platform/SpeechRecognizer.h"
 #include "Platform/TextRecognizer.h"
 #include "Platform/Workspace.h"
 
@@ -21,6 +23,9 @@ struct DesktopServices {
     std::shared_ptr<ScreenCapture> screenCapture;
     std::shared_ptr<TextRecognizer> textRecognizer;
     std::shared_ptr<ScriptHost> scriptHost;
+    std::shared_ptr<AudioInput> audioInput;
+    std::shared_ptr<SystemAudio> systemAudio;
+    std::shared_ptr<SpeechService> speech;
 };
 
 /// The installed services; all null before installation.

@@ -179,11 +179,17 @@ std::vector<SemanticMatch> MnemoraStore::semanticTopK(std::span<const float> que
     BestMatches best(limit > 0 ? static_cast<size_t>(limit) : 0);
     q_.sync([&] {
         const SimilarityScorer scorer(query);
+        // The connection's lock is taken once: every step and column read takes it again, which
+        // costs next to nothing for the thread that holds it.
+        const ConnectionLock lock(db_);
         const Statement statement(db_, "SELECT event_id, vec FROM embeddings;");
         while (statement && statement.stepToRow()) {
             const auto vector = statement.blob(1);
-            if (vector.size() >= elementSize)
-                best.offer(sqlite3_column_int64(statement.get(), 0), scorer.score(vector));
+            if (vector.size() < elementSize)
+                continue;
+            const float score = scorer.score(vector);
+            if (best.wouldKeep(score))
+                best.add(sqlite3_column_int64(statement.get(), 0), score);
         }
     });
     return std::move(best).sorted();

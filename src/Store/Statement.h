@@ -1,5 +1,6 @@
 #pragma once
-// One prepared SQL statement, finalised when it goes. Internal to the store.
+// One prepared SQL statement, finalised when it goes, and the connection's lock. Internal to the
+// store.
 
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,20 @@
 #include <string>
 
 namespace mnemora {
+
+/// Holds the connection's own (recursive) mutex. A null connection has none.
+class ConnectionLock {
+  public:
+    explicit ConnectionLock(sqlite3* db) : mutex_(db != nullptr ? sqlite3_db_mutex(db) : nullptr) {
+        sqlite3_mutex_enter(mutex_);
+    }
+    ~ConnectionLock() { sqlite3_mutex_leave(mutex_); }
+    ConnectionLock(const ConnectionLock&) = delete;
+    ConnectionLock& operator=(const ConnectionLock&) = delete;
+
+  private:
+    sqlite3_mutex* mutex_;
+};
 
 /// Bind parameters count from 1. Texts are bound up to their first NUL and copied by SQLite at
 /// once, so a caller's buffer may go before the statement is stepped.

@@ -128,19 +128,14 @@ bool BestMatches::better(const Entry& a, const Entry& b) {
     return a.match.score != b.match.score ? a.match.score > b.match.score : a.order < b.order;
 }
 
-void BestMatches::offer(std::int64_t id, float score) {
-    if (limit_ == 0)
-        return;
-    const Entry entry{.match = {.id = id, .score = score}, .order = offered_++};
+void BestMatches::add(std::int64_t id, float score) {
+    const Entry entry{.match = {.id = id, .score = score}, .order = added_++};
     if (heap_.size() < limit_) {
         heap_.push_back(entry);
         if (heap_.size() == limit_)
             std::ranges::make_heap(heap_, better);
         return;
     }
-    // A later entry of equal score comes behind all that are kept.
-    if (!(score > heap_.front().match.score))
-        return;
     std::ranges::pop_heap(heap_, better);
     heap_.back() = entry;
     std::ranges::push_heap(heap_, better);

@@ -54,14 +54,20 @@ class SimilarityScorer {
     Kernel kernel_;
 };
 
-/// Keeps the best `limit` matches of those offered, as sorting all of them by falling score with
-/// a stable sort and cutting would.
+/// Keeps the best `limit` matches of those that come by, as sorting all of them by falling score
+/// with a stable sort and cutting would.
 class BestMatches {
   public:
     explicit BestMatches(std::size_t limit) : limit_(limit) {}
 
-    void offer(std::int64_t id, float score);
-    /// The kept matches, best first; equal scores in the order in which they were offered.
+    /// Whether a match of this score would be among the best so far. A later match of equal score
+    /// comes behind all that are kept.
+    [[nodiscard]] bool wouldKeep(float score) const {
+        return heap_.size() < limit_ || (limit_ > 0 && score > heap_.front().match.score);
+    }
+    /// Adds a match that would be kept.
+    void add(std::int64_t id, float score);
+    /// The kept matches, best first; equal scores in the order in which they were added.
     [[nodiscard]] std::vector<SemanticMatch> sorted() &&;
 
   private:
@@ -72,7 +78,7 @@ class BestMatches {
     [[nodiscard]] static bool better(const Entry& a, const Entry& b);
 
     std::size_t limit_;
-    std::size_t offered_ = 0;
+    std::size_t added_ = 0;
     std::vector<Entry> heap_; // once full, a heap with the worst entry on top
 };
 

@@ -63,7 +63,8 @@ TEST(BestMatches, EqualAFullStableSort) {
         for (const std::size_t limit : {0U, 1U, 7U, 30U, 1000U}) {
             BestMatches best(limit);
             for (const auto& match : all)
-                best.offer(match.id, match.score);
+                if (best.wouldKeep(match.score))
+                    best.add(match.id, match.score);
             const std::vector<SemanticMatch> expected(
                 sorted.begin(), sorted.begin() + static_cast<long>(std::min(limit, count)));
             EXPECT_EQ(std::move(best).sorted(), expected) << count << " cut to " << limit;
