@@ -17,15 +17,15 @@ namespace mnemora {
 /// A member that is null is a service that this session lacks; the logic treats it as one that
 /// answers absent to everything.
 struct DesktopServices {
-    std::shared_ptr<MainLoop> mainLoop;
-    std::shared_ptr<Workspace> workspace;
-    std::shared_ptr<Accessibility> accessibility;
-    std::shared_ptr<ScreenCapture> screenCapture;
-    std::shared_ptr<TextRecognizer> textRecognizer;
-    std::shared_ptr<ScriptHost> scriptHost;
-    std::shared_ptr<AudioInput> audioInput;
-    std::shared_ptr<SystemAudio> systemAudio;
-    std::shared_ptr<SpeechService> speech;
+    std::shared_ptr<MainLoop> mainLoop = {};
+    std::shared_ptr<Workspace> workspace = {};
+    std::shared_ptr<Accessibility> accessibility = {};
+    std::shared_ptr<ScreenCapture> screenCapture = {};
+    std::shared_ptr<TextRecognizer> textRecognizer = {};
+    std::shared_ptr<ScriptHost> scriptHost = {};
+    std::shared_ptr<AudioInput> audioInput = {};
+    std::shared_ptr<SystemAudio> systemAudio = {};
+    std::shared_ptr<SpeechService> speech = {};
 };
 
 /// The installed services; all null before installation.
