@@ -1,6 +1,6 @@
+#include "Linux/Desktop/ApplicationCatalogue.h"
 #include "Capture/BrowserInspector.h"
 #include "Capture/Privacy.h"
-#include "Linux/Desktop/ApplicationCatalogue.h"
 
 #include <gtest/gtest.h>
 
@@ -91,8 +91,8 @@ TEST(ApplicationCatalogue, KnowsAWindowByWhateverNameItBears) {
         {window("slack", "Slack", "slack"), "com.tinyspeck.slackmacgap", "Slack", Browser::None},
         // Ordinary applications keep the identifier of their entry.
         {window("gedit", "Gedit", "gedit"), "org.gnome.gedit", "Texteditor", Browser::None},
-        {window("libreoffice", "libreoffice-writer", "soffice.bin"), "libreoffice-writer",
-         "Writer", Browser::None},
+        {window("libreoffice", "libreoffice-writer", "soffice.bin"), "libreoffice-writer", "Writer",
+         Browser::None},
         {window("xyz", "Xyz", "xyz"), nullptr, "Xyz", Browser::None},
         {window("", "", "tool"), nullptr, "tool", Browser::None},
     };
@@ -138,8 +138,8 @@ TEST(ApplicationCatalogue, WithholdsEveryProgramThatHoldsSecrets) {
     };
     const auto catalogue = catalogueWith(installed);
     for (const WindowIdentity& identity : secret)
-        EXPECT_TRUE(Privacy::shouldRedact(catalogue.application(identity).bundleIdentifier,
-                                          std::nullopt))
+        EXPECT_TRUE(
+            Privacy::shouldRedact(catalogue.application(identity).bundleIdentifier, std::nullopt))
             << identity.instance << "/" << identity.windowClass << "/" << identity.process.program;
 }
 
@@ -174,8 +174,8 @@ TEST(ApplicationCatalogue, KnowsTheInstalledEntriesOfRealPackages) {
     };
     int found = 0;
     for (const auto& [identifier, bundle] : expected) {
-        const auto file =
-            std::filesystem::path("/usr/share/applications") / (std::string(identifier) + ".desktop");
+        const auto file = std::filesystem::path("/usr/share/applications") /
+                          (std::string(identifier) + ".desktop");
         if (!std::filesystem::exists(file))
             continue;
         ++found;

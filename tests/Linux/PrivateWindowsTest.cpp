@@ -117,7 +117,8 @@ class LanguagePacks : public testing::Test {
 };
 
 TEST_F(LanguagePacks, AreReadBesideTheBrowserAndMayBeOfAnyOfTheFamily) {
-    write("en-US", packBytes({{7, "Open in a private window"}, {9, "$1 (Private)"}, {11, "$1 tabs"}}));
+    write("en-US",
+          packBytes({{7, "Open in a private window"}, {9, "$1 (Private)"}, {11, "$1 tabs"}}));
     write("xx", packBytes({{7, "..."}, {9, "<$1> geheimer Modus"}, {11, "$1 ..."}}));
     write("yy", packBytes({{9, "$1"}}));
     write("broken", "no language pack");

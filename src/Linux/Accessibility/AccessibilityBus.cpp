@@ -58,9 +58,9 @@ void AccessibilityBus::start() {
                               .interface = properties,
                               .member = "PropertiesChanged",
                               .firstArgument = statusInterface};
-        [[maybe_unused]] const guint forLife = listenToBus(
-            self->session_.get(), status,
-            [self](auto&, auto&, GVariant*) { self->askWhetherEnabled(); });
+        [[maybe_unused]] const guint forLife =
+            listenToBus(self->session_.get(), status,
+                        [self](auto&, auto&, GVariant*) { self->askWhetherEnabled(); });
         self->askWhetherEnabled();
     };
     g_bus_get(G_BUS_TYPE_SESSION, nullptr, connected, this);
@@ -131,11 +131,11 @@ void AccessibilityBus::listen() {
         callBus(bus_.get(), {registryService, registryPath, registryService, "RegisterEvent"},
                 g_variant_new("(s)", event), "()", daemonPatienceMs, [](GVariant*, bool) {});
     for (const char* member : {"Activate", "Deactivate"}) {
-        [[maybe_unused]] const guint forConnection = listenToBus(
-            bus_.get(), {.interface = windowEvents, .member = member},
-            [this](const std::string& sender, auto&, GVariant*) {
-                handlers_.windowsChanged(sender);
-            });
+        [[maybe_unused]] const guint forConnection =
+            listenToBus(bus_.get(), {.interface = windowEvents, .member = member},
+                        [this](const std::string& sender, auto&, GVariant*) {
+                            handlers_.windowsChanged(sender);
+                        });
     }
     const BusMatch owners{.sender = "org.freedesktop.DBus",
                           .interface = "org.freedesktop.DBus",
@@ -182,8 +182,7 @@ void AccessibilityBus::children(
     const ObjectName& object,
     std::function<void(const std::vector<ObjectName>*, bool timedOut)> found) {
     callBus(bus_.get(), {object.service, object.path, accessibleInterface, "GetChildren"}, nullptr,
-            "(a(so))", patienceMs,
-            [found = std::move(found)](GVariant* answer, bool timedOut) {
+            "(a(so))", patienceMs, [found = std::move(found)](GVariant* answer, bool timedOut) {
                 if (answer == nullptr)
                     return found(nullptr, timedOut);
                 const auto list = objects(answer);

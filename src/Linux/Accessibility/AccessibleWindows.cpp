@@ -57,9 +57,9 @@ WindowReading readingOf(const std::vector<Survey::Window>& windows) {
 struct AccessibleWindows::Shared {
     mutable std::mutex mutex;
     mutable std::condition_variable changed;
-    bool isKnown = false;                   // guarded by mutex
-    bool isAvailable = false;               // guarded by mutex
-    std::map<int, ProcessState> processes;  // guarded by mutex
+    bool isKnown = false;                  // guarded by mutex
+    bool isAvailable = false;              // guarded by mutex
+    std::map<int, ProcessState> processes; // guarded by mutex
 
     void forgetReadings();
 };

@@ -71,8 +71,8 @@ constexpr TableRow rows[] = {
      "io.github.spacingbat3.webcord|legcord|app.legcord.legcord|armcord|xyz.armcord.armcord|"
      "goofcord|io.github.milkshiift.goofcord|equibop|org.equicord.equibop",
      "discord.com"},
-    {"com.tinyspeck.slackmacgap", Browser::None,
-     "slack|com.slack.slack|slack_slack", "app.slack.com"},
+    {"com.tinyspeck.slackmacgap", Browser::None, "slack|com.slack.slack|slack_slack",
+     "app.slack.com"},
     {"com.apple.FaceTime", Browser::None, "facetime", "facetime.apple.com"},
 
     // Password managers.
@@ -148,7 +148,8 @@ constexpr TableRow rows[] = {
      "pinentry-qt4|pinentry-qt5|pinentry-qt6|pinentry-x11|pinentry-fltk|pinentry-efl|"
      "pinentry-tqt|pinentry-bemenu|pinentry-rofi|org.gnupg.pinentry-qt|org.gnupg.pinentry-qt5|"
      "ssh-askpass|x11-ssh-askpass|gnome-ssh-askpass|gnome-ssh-askpass2|gnome-ssh-askpass3|"
-     "ssh-askpass-gnome|ssh-askpass-fullscreen|ksshaskpass|org.kde.ksshaskpass|seahorse-ssh-askpass|"
+     "ssh-askpass-gnome|ssh-askpass-fullscreen|ksshaskpass|org.kde.ksshaskpass|seahorse-ssh-"
+     "askpass|"
      "ssh-askpass-sudo|lxqt-openssh-askpass|lxqt-sudo|lxsudo|razor-openssh-askpass|"
      "git-gui--askpass|gksu|gksudo|kdesu|kdesudo|beesu|ktsuss|zensu|gpg-agent|"
      "systemd-gnome-ask-password-agent|cryptkeeper-prompt"},
@@ -181,7 +182,7 @@ void forEachPart(std::string_view list, Visit visit) {
 
 using Index = std::unordered_map<std::string_view, const TableRow*>;
 
-Index indexed(std::string_view TableRow::* list) {
+Index indexed(std::string_view TableRow::*list) {
     Index index;
     for (const TableRow& row : rows)
         forEachPart(row.*list, [&](std::string_view part) { index.emplace(part, &row); });
@@ -190,7 +191,9 @@ Index indexed(std::string_view TableRow::* list) {
 
 } // namespace
 
-std::span<const TableRow> applicationTable() { return rows; }
+std::span<const TableRow> applicationTable() {
+    return rows;
+}
 
 bool isConcealed(const TableRow& row) {
     return Privacy::shouldRedact(std::string(row.bundleIdentifier), std::nullopt);

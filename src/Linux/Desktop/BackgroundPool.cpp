@@ -67,7 +67,9 @@ void BackgroundPool::State::work(const std::shared_ptr<State>& state) {
 
 BackgroundPool::BackgroundPool() : state_(std::make_shared<State>()) {}
 
-BackgroundPool::~BackgroundPool() { finish(std::chrono::milliseconds(0)); }
+BackgroundPool::~BackgroundPool() {
+    finish(std::chrono::milliseconds(0));
+}
 
 void BackgroundPool::run(std::function<void()> job) {
     const std::lock_guard lock(state_->mutex);

@@ -6,25 +6,29 @@
 namespace mnemora::desktop {
 namespace {
 
-const char* orNull(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
+const char* orNull(const std::string& text) {
+    return text.empty() ? nullptr : text.c_str();
+}
 
 void replied(GObject* bus, GAsyncResult* result, gpointer data) {
     const std::unique_ptr<BusReply> reply(static_cast<BusReply*>(data));
     GError* failure = nullptr;
-    const GValueRef arguments(g_dbus_connection_call_finish(
-        reinterpret_cast<GDBusConnection*>(bus), result, &failure));
+    const GValueRef arguments(
+        g_dbus_connection_call_finish(reinterpret_cast<GDBusConnection*>(bus), result, &failure));
     const GErrorRef owned(failure);
     const bool timedOut = owned && (g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ||
                                     g_error_matches(failure, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY));
     (*reply)(arguments.get(), timedOut);
 }
 
-void signalled(GDBusConnection*, const gchar* sender, const gchar* path, const gchar*,
-               const gchar*, GVariant* arguments, gpointer data) {
+void signalled(GDBusConnection*, const gchar* sender, const gchar* path, const gchar*, const gchar*,
+               GVariant* arguments, gpointer data) {
     (*static_cast<BusSignal*>(data))(sender == nullptr ? "" : sender, path, arguments);
 }
 
-void forget(gpointer data) { const std::unique_ptr<BusSignal> owned(static_cast<BusSignal*>(data)); }
+void forget(gpointer data) {
+    const std::unique_ptr<BusSignal> owned(static_cast<BusSignal*>(data));
+}
 
 } // namespace
 
@@ -39,10 +43,10 @@ void callBus(GDBusConnection* bus, const BusMethod& method, GVariant* arguments,
 
 guint listenToBus(GDBusConnection* bus, const BusMatch& match, BusSignal heard) {
     auto data = std::make_unique<BusSignal>(std::move(heard));
-    return g_dbus_connection_signal_subscribe(
-        bus, orNull(match.sender), orNull(match.interface), orNull(match.member),
-        orNull(match.path), orNull(match.firstArgument), G_DBUS_SIGNAL_FLAGS_NONE, signalled,
-        data.release(), forget);
+    return g_dbus_connection_signal_subscribe(bus, orNull(match.sender), orNull(match.interface),
+                                              orNull(match.member), orNull(match.path),
+                                              orNull(match.firstArgument), G_DBUS_SIGNAL_FLAGS_NONE,
+                                              signalled, data.release(), forget);
 }
 
 } // namespace mnemora::desktop

@@ -10,12 +10,14 @@
 namespace mnemora::desktop {
 namespace {
 
-std::string textOf(const char* text) { return text == nullptr ? std::string() : cleanText(text); }
+std::string textOf(const char* text) {
+    return text == nullptr ? std::string() : cleanText(text);
+}
 
 /// Programs that start others say nothing about whose window it is.
 bool isLauncher(const std::string& program) {
-    constexpr std::string_view launchers[] = {"env",     "flatpak", "snap",  "sh",   "bash",
-                                              "python3", "perl",    "java",  "wine", "mono",
+    constexpr std::string_view launchers[] = {"env",     "flatpak",    "snap",  "sh",      "bash",
+                                              "python3", "perl",       "java",  "wine",    "mono",
                                               "gjs",     "gtk-launch", "steam", "xdg-open"};
     return std::find(std::begin(launchers), std::end(launchers), program) != std::end(launchers);
 }
@@ -74,12 +76,11 @@ struct DesktopEntries::Monitor {
 
     explicit Monitor(std::shared_ptr<Shared> target)
         : monitor(g_app_info_monitor_get()), shared(std::move(target)) {
-        handler = g_signal_connect(
-            monitor.get(), "changed",
-            G_CALLBACK(+[](GAppInfoMonitor*, gpointer data) {
-                static_cast<Shared*>(data)->reload();
-            }),
-            shared.get());
+        handler = g_signal_connect(monitor.get(), "changed",
+                                   G_CALLBACK(+[](GAppInfoMonitor*, gpointer data) {
+                                       static_cast<Shared*>(data)->reload();
+                                   }),
+                                   shared.get());
     }
     ~Monitor() { g_signal_handler_disconnect(monitor.get(), handler); }
     Monitor(const Monitor&) = delete;

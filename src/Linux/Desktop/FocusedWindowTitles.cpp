@@ -60,13 +60,14 @@ std::string shortenedTitle(std::string title) {
     return title.substr(0, head).append(ellipsis).append(title, from);
 }
 
-bool FocusedWindowTitles::isProcessTrusted() { return windows_->isAvailable(); }
+bool FocusedWindowTitles::isProcessTrusted() {
+    return windows_->isAvailable();
+}
 
 std::optional<FocusedWindow> FocusedWindowTitles::focusedWindow(int processIdentifier) {
     const auto front = front_();
     const bool isFront = front && front->identity.process.processIdentifier == processIdentifier;
-    const auto browser =
-        isFront ? catalogue_->application(front->identity).browser : Browser::None;
+    const auto browser = isFront ? catalogue_->application(front->identity).browser : Browser::None;
     std::optional<std::string> shown;
     if (isFront)
         shown = front->title;

@@ -41,8 +41,8 @@ class FocusedWindowTitles : public Accessibility {
     FocusedWindowTitles(std::shared_ptr<atspi::AccessibleWindows> windows,
                         std::shared_ptr<const ApplicationCatalogue> catalogue,
                         FrontWindowSource front)
-        : windows_(std::move(windows)), catalogue_(std::move(catalogue)),
-          front_(std::move(front)) {}
+        : windows_(std::move(windows)), catalogue_(std::move(catalogue)), front_(std::move(front)) {
+    }
 
     [[nodiscard]] bool isProcessTrusted() override;
     /// Without trust, the window manager's title of windows that are no browser's.

@@ -34,8 +34,8 @@ class FrontContentGuard : public FrontWindowGuard {
 
     FrontContentGuard(FreshFrontWindow front, std::shared_ptr<atspi::AccessibleWindows> windows,
                       std::shared_ptr<const ApplicationCatalogue> catalogue)
-        : front_(std::move(front)), windows_(std::move(windows)),
-          catalogue_(std::move(catalogue)) {}
+        : front_(std::move(front)), windows_(std::move(windows)), catalogue_(std::move(catalogue)) {
+    }
 
     [[nodiscard]] bool contentMayBeRead() override;
 

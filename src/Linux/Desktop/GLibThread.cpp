@@ -16,7 +16,9 @@ gboolean runJob(gpointer job) {
     return G_SOURCE_REMOVE;
 }
 
-void dropJob(gpointer job) { const std::unique_ptr<Job> owned(static_cast<Job*>(job)); }
+void dropJob(gpointer job) {
+    const std::unique_ptr<Job> owned(static_cast<Job*>(job));
+}
 
 } // namespace
 

@@ -64,8 +64,8 @@ bool isEnglishFormat(std::string_view text) {
     const auto word = after.find_first_not_of(" -([\xE2\x80\x93\x94");
     if (word == 0 || word == std::string_view::npos)
         return false;
-    return after.substr(word).starts_with("Incognito") || after.substr(word).starts_with("Private") ||
-           after.substr(word).starts_with("InPrivate");
+    return after.substr(word).starts_with("Incognito") ||
+           after.substr(word).starts_with("Private") || after.substr(word).starts_with("InPrivate");
 }
 
 std::optional<TitleFormat> formatOf(const std::optional<std::string>& string) {

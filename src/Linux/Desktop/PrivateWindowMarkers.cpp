@@ -24,16 +24,16 @@ bool bearsAny(std::string_view title, std::span<const TitleFormat> formats) {
 std::string comparableTitle(std::string_view title) {
     std::string text = normalized(title);
     for (const std::string_view control :
-         {"\u200E", "\u200F", "\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066",
-          "\u2067", "\u2068", "\u2069"})
+         {"\u200E", "\u200F", "\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066", "\u2067",
+          "\u2068", "\u2069"})
         for (auto at = text.find(control); at != std::string::npos; at = text.find(control, at))
             text.erase(at, control.size());
     return text;
 }
 
 // The executable's path is the one inside a sandbox; the process's own root leads there.
-PrivateWindowMarkers::Formats
-PrivateWindowMarkers::formatsBeside(int processIdentifier, const std::string& executable) {
+PrivateWindowMarkers::Formats PrivateWindowMarkers::formatsBeside(int processIdentifier,
+                                                                  const std::string& executable) {
     {
         const std::lock_guard lock(mutex_);
         if (const auto found = known_.find(executable); found != known_.end())

@@ -40,7 +40,9 @@ std::string linkTarget(const std::string& path) {
     return cleanText(text);
 }
 
-std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+std::string baseName(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
 
 std::vector<std::string> arguments(int pid) {
     std::istringstream bytes(readStart(procPath(pid, "cmdline")));

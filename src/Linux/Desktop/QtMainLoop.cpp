@@ -57,8 +57,12 @@ std::unique_ptr<Timer> QtMainLoop::after(std::chrono::milliseconds delay,
     return started(delay, true, std::move(job));
 }
 
-void QtMainLoop::background(std::function<void()> job) { pool_.run(std::move(job)); }
+void QtMainLoop::background(std::function<void()> job) {
+    pool_.run(std::move(job));
+}
 
-void QtMainLoop::finish(std::chrono::milliseconds patience) { pool_.finish(patience); }
+void QtMainLoop::finish(std::chrono::milliseconds patience) {
+    pool_.finish(patience);
+}
 
 } // namespace mnemora::desktop

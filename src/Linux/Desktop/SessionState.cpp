@@ -50,7 +50,7 @@ struct SessionState::Listener : std::enable_shared_from_this<Listener> {
     GRef<GDBusConnection> sessionBus;
 
     void start();
-    void connect(GBusType type, GRef<GDBusConnection> Listener::* bus,
+    void connect(GBusType type, GRef<GDBusConnection> Listener::*bus,
                  void (Listener::*connected)());
     void followLogin();
     void followScreenSavers();
@@ -64,7 +64,7 @@ void SessionState::Listener::start() {
     connect(G_BUS_TYPE_SESSION, &Listener::sessionBus, &Listener::followScreenSavers);
 }
 
-void SessionState::Listener::connect(GBusType type, GRef<GDBusConnection> Listener::* bus,
+void SessionState::Listener::connect(GBusType type, GRef<GDBusConnection> Listener::*bus,
                                      void (Listener::*connected)()) {
     using Continue = std::function<void(GDBusConnection*)>;
     auto next = std::make_unique<Continue>([self = shared_from_this(), bus, connected](auto* made) {

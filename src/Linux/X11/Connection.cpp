@@ -82,12 +82,15 @@ Connection::Connection(xcb_connection_t* connection, Window root)
 }
 
 void Connection::internAtoms() {
-    constexpr std::array<std::string_view, 9> names = {
-        "_NET_ACTIVE_WINDOW",  "_NET_CLIENT_LIST",
-        "_NET_WM_NAME",        "_NET_WM_PID",
-        "UTF8_STRING",         "COMPOUND_TEXT",
-        "_GTK_APPLICATION_ID", "_KDE_NET_WM_DESKTOP_FILE",
-        "_NET_SUPPORTING_WM_CHECK"};
+    constexpr std::array<std::string_view, 9> names = {"_NET_ACTIVE_WINDOW",
+                                                       "_NET_CLIENT_LIST",
+                                                       "_NET_WM_NAME",
+                                                       "_NET_WM_PID",
+                                                       "UTF8_STRING",
+                                                       "COMPOUND_TEXT",
+                                                       "_GTK_APPLICATION_ID",
+                                                       "_KDE_NET_WM_DESKTOP_FILE",
+                                                       "_NET_SUPPORTING_WM_CHECK"};
     std::array<xcb_intern_atom_cookie_t, names.size()> asked;
     for (std::size_t i = 0; i < names.size(); ++i)
         asked[i] = xcb_intern_atom(connection_.get(), 0,
@@ -98,8 +101,8 @@ void Connection::internAtoms() {
             xcb_intern_atom_reply(connection_.get(), asked[i], nullptr));
         atoms[i] = reply ? reply->atom : Atom(XCB_ATOM_NONE);
     }
-    atoms_ = {atoms[0], atoms[1], atoms[2], atoms[3], atoms[4], atoms[5], atoms[6], atoms[7],
-              atoms[8]};
+    atoms_ = {atoms[0], atoms[1], atoms[2], atoms[3], atoms[4],
+              atoms[5], atoms[6], atoms[7], atoms[8]};
 }
 
 void Connection::queryExtensions() {
@@ -117,9 +120,13 @@ void Connection::queryExtensions() {
     hasClientIds_ = version && (version->server_major > 1 || version->server_minor >= 2);
 }
 
-bool Connection::isAlive() const { return xcb_connection_has_error(connection_.get()) == 0; }
+bool Connection::isAlive() const {
+    return xcb_connection_has_error(connection_.get()) == 0;
+}
 
-int Connection::descriptor() const { return xcb_get_file_descriptor(connection_.get()); }
+int Connection::descriptor() const {
+    return xcb_get_file_descriptor(connection_.get());
+}
 
 void Connection::followActiveWindow() {
     const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
@@ -169,7 +176,7 @@ std::optional<Window> Connection::activeWindow() {
     const auto stated = property(root_, atoms_.activeWindow, sizeof(Window));
     if (!stated)
         return property(root_, atoms_.supportingManager, sizeof(Window)) ? std::nullopt
-                                                                        : focusedTopLevel();
+                                                                         : focusedTopLevel();
     const auto windows = numbers<Window>(stated->bytes);
     if (windows.empty() || windows.front() == XCB_WINDOW_NONE)
         return std::nullopt;

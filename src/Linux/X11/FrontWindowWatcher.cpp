@@ -22,14 +22,14 @@ std::unique_ptr<FrontWindowWatcher> FrontWindowWatcher::start(std::function<void
             *reason = "no descriptor is left";
         return nullptr;
     }
-    return std::unique_ptr<FrontWindowWatcher>(new FrontWindowWatcher(
-        std::move(connection), std::move(wakeUp), std::move(changed)));
+    return std::unique_ptr<FrontWindowWatcher>(
+        new FrontWindowWatcher(std::move(connection), std::move(wakeUp), std::move(changed)));
 }
 
 FrontWindowWatcher::FrontWindowWatcher(std::unique_ptr<Connection> connection,
                                        FileDescriptor wakeUp, std::function<void()> changed)
-    : connection_(std::move(connection)), wakeUp_(std::move(wakeUp)),
-      changed_(std::move(changed)), thread_([this] { run(); }) {}
+    : connection_(std::move(connection)), wakeUp_(std::move(wakeUp)), changed_(std::move(changed)),
+      thread_([this] { run(); }) {}
 
 FrontWindowWatcher::~FrontWindowWatcher() {
     {

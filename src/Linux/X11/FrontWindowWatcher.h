@@ -36,8 +36,8 @@ class FrontWindowWatcher {
     /// Connects to the display of the environment and starts the thread; null when there is no
     /// display, with the cause in `reason` where given. `changed` is called on the watcher's
     /// thread whenever another window may be in front.
-    [[nodiscard]] static std::unique_ptr<FrontWindowWatcher>
-    start(std::function<void()> changed, std::string* reason = nullptr);
+    [[nodiscard]] static std::unique_ptr<FrontWindowWatcher> start(std::function<void()> changed,
+                                                                   std::string* reason = nullptr);
     /// Ends the thread; waits only for a request that the server is answering.
     ~FrontWindowWatcher();
     FrontWindowWatcher(const FrontWindowWatcher&) = delete;
@@ -68,13 +68,13 @@ class FrontWindowWatcher {
 
     mutable std::mutex mutex_;
     std::condition_variable served_;
-    DisplayState last_;           // guarded by mutex_
-    std::uint64_t asked_ = 0;     // guarded by mutex_
-    std::uint64_t answered_ = 0;  // guarded by mutex_
-    bool clientsWanted_ = false;  // guarded by mutex_
-    bool gone_ = false;           // guarded by mutex_
-    bool ending_ = false;         // guarded by mutex_
-    std::thread thread_;          // last: it uses all of the above
+    DisplayState last_;          // guarded by mutex_
+    std::uint64_t asked_ = 0;    // guarded by mutex_
+    std::uint64_t answered_ = 0; // guarded by mutex_
+    bool clientsWanted_ = false; // guarded by mutex_
+    bool gone_ = false;          // guarded by mutex_
+    bool ending_ = false;        // guarded by mutex_
+    std::thread thread_;         // last: it uses all of the above
 };
 
 } // namespace mnemora::x11

@@ -1,5 +1,6 @@
 #include "Linux/X11/PropertyText.h"
 
+#include <algorithm>
 #include <memory>
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
@@ -10,6 +11,19 @@ namespace {
 struct CloseConverter {
     void operator()(UConverter* converter) const { ucnv_close(converter); }
 };
+
+std::string withoutUtf8Segments(std::string_view bytes) {
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<UConverter, CloseConverter> converter(
+        ucnv_open("x11-compound-text", &status));
+    if (U_FAILURE(status))
+        return fromLatin1(bytes);
+    const icu::UnicodeString decoded(bytes.data(), static_cast<int32_t>(bytes.size()),
+                                     converter.get(), status);
+    std::string text;
+    decoded.toUTF8String(text);
+    return text;
+}
 
 } // namespace
 
@@ -29,15 +43,19 @@ std::string fromLatin1(std::string_view bytes) {
 }
 
 std::string fromCompoundText(std::string_view bytes) {
-    UErrorCode status = U_ZERO_ERROR;
-    const std::unique_ptr<UConverter, CloseConverter> converter(
-        ucnv_open("x11-compound-text", &status));
-    if (U_FAILURE(status))
-        return fromLatin1(bytes);
-    const icu::UnicodeString decoded(bytes.data(), static_cast<int32_t>(bytes.size()),
-                                     converter.get(), status);
+    // ICU's converter doesn't know the segments in UTF-8 that X libraries write for whatever no
+    // other set of theirs holds.
+    constexpr std::string_view begin = "\x1B%G";
+    constexpr std::string_view end = "\x1B%@";
     std::string text;
-    decoded.toUTF8String(text);
+    while (!bytes.empty()) {
+        const auto from = std::min(bytes.find(begin), bytes.size());
+        text += withoutUtf8Segments(bytes.substr(0, from));
+        bytes.remove_prefix(std::min(from + begin.size(), bytes.size()));
+        const auto to = std::min(bytes.find(end), bytes.size());
+        text += bytes.substr(0, to);
+        bytes.remove_prefix(std::min(to + end.size(), bytes.size()));
+    }
     return text;
 }
 

@@ -1,0 +1,173 @@
+#include "desktop/DesktopSession.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+#include <unistd.h>
+
+namespace mnemora::desktop {
+namespace {
+
+using namespace std::chrono_literals;
+using Steady = std::chrono::steady_clock;
+
+struct Disconnect {
+    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
+};
+using OwnConnection = std::unique_ptr<xcb_connection_t, Disconnect>;
+
+class DesktopAdapters : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_NE(session_.workspace, nullptr) << "to be run by scripts/virtual-session --a11y";
+        ASSERT_EQ(xcb_connection_has_error(own_.get()), 0);
+    }
+
+    int argumentCount_ = 1;
+    char name_[5] = "test";
+    char* arguments_[2] = {name_, nullptr};
+    QCoreApplication application_{argumentCount_, arguments_};
+    OwnConnection own_{xcb_connect(nullptr, nullptr)};
+    DesktopSession session_;
+};
+
+TEST_F(DesktopAdapters, ReadTheMarksOfAWindowHoweverOddTheyAre) {
+    const std::string huge = "begin " + std::string(100000, 'x') + " end";
+    struct Case {
+        OwnWindow::Marks marks;
+        std::string title;
+    };
+    const std::vector<Case> cases = {
+        {{.title = "Пример — 山"}, "Пример — 山"},
+        {{.title = "bad \xC3( \xFF byte"}, "bad \uFFFD( \uFFFD byte"},
+        {{.title = std::string("with\0nul", 8)}, "withnul"},
+        {{.title = {}, .oldTitle = "caf\xE9"}, "café"},
+        {{.title = {}, .oldTitle = "\x1B-L\xBF\xE0", .oldTitleType = "COMPOUND_TEXT"}, "Пр"},
+        {{.title = {}, .oldTitle = "\x1B%G山\x1B%@!", .oldTitleType = "COMPOUND_TEXT"}, "山!"},
+        {{.title = huge, .windowClass = {}}, shortenedTitle(huge)},
+    };
+    for (const Case& test : cases) {
+        const OwnWindow window(own_.get(), test.marks);
+        ASSERT_TRUE(session_.waitForFront(window)) << test.title.substr(0, 40);
+        const auto front = session_.workspace->frontmostApplication();
+        ASSERT_TRUE(front);
+        EXPECT_EQ(front->processIdentifier, getpid());
+        EXPECT_EQ(session_.frontTitle(), test.title);
+    }
+}
+
+TEST_F(DesktopAdapters, SurviveWindowsThatDieWhileTheyAreRead) {
+    std::atomic<bool> isOver = false;
+    std::thread churn([&] {
+        const OwnConnection connection(xcb_connect(nullptr, nullptr));
+        while (!isOver) {
+            const OwnWindow window(connection.get(), {.title = "short-lived"});
+            std::this_thread::sleep_for(3ms);
+        }
+    });
+    for (const auto bound = Steady::now() + 2s; Steady::now() < bound;) {
+        (void)session_.frontTitle();
+        (void)session_.workspace->runningApplications("debian-xterm");
+        QCoreApplication::processEvents();
+    }
+    isOver = true;
+    churn.join();
+    const OwnWindow window(own_.get(), {.title = "still here"});
+    ASSERT_TRUE(session_.waitForFront(window));
+    EXPECT_EQ(session_.frontTitle(), "still here");
+}
+
+TEST_F(DesktopAdapters, AnnounceEachApplicationThatComesToTheFront) {
+    const OwnWindow first(own_.get(), {.title = "ours"});
+    ASSERT_TRUE(session_.waitForFront(first));
+    std::vector<std::string> announced;
+    auto observation = session_.workspace->observeActivation(
+        [&](const auto& application) { announced.push_back(application->localizedName.value()); });
+    const Program terminal({"xterm", "-T", "terminal"});
+    ASSERT_TRUE(session_.runUntil([&] { return announced.size() == 1; }));
+    // Another window of the same application is no other application.
+    const auto isTerminal = [&] {
+        return !session_.workspace->runningApplications("debian-xterm").empty();
+    };
+    EXPECT_TRUE(session_.runUntil(isTerminal));
+    first.activate();
+    ASSERT_TRUE(session_.runUntil([&] { return announced.size() == 2; }));
+    const OwnWindow second(own_.get(), {.title = "ours, too"});
+    ASSERT_TRUE(session_.waitForFront(second));
+    EXPECT_EQ(announced, (std::vector<std::string>{"XTerm", "Test"}));
+    observation.reset();
+    terminal.signal(SIGTERM);
+    ASSERT_TRUE(session_.runUntil([&] { return !isTerminal(); }));
+    EXPECT_EQ(announced.size(), 2U);
+}
+
+TEST_F(DesktopAdapters, KeepNobodyWaitingWhileAClientHoldsTheServer) {
+    const OwnWindow window(own_.get(), {.title = "before"});
+    ASSERT_TRUE(session_.waitForFront(window));
+    xcb_grab_server(own_.get());
+    const x11::Reply<xcb_get_input_focus_reply_t> done(
+        xcb_get_input_focus_reply(own_.get(), xcb_get_input_focus(own_.get()), nullptr));
+    const auto began = Steady::now();
+    const auto front = session_.workspace->frontmostApplication();
+    const bool mayBeRead = session_.guard->contentMayBeRead();
+    const auto took = Steady::now() - began;
+    xcb_ungrab_server(own_.get());
+    xcb_flush(own_.get());
+    EXPECT_LT(took, 500ms);
+    ASSERT_TRUE(front);
+    EXPECT_EQ(front->processIdentifier, getpid());
+    EXPECT_FALSE(mayBeRead);
+    EXPECT_TRUE(session_.guard->contentMayBeRead());
+}
+
+TEST_F(DesktopAdapters, SeeNothingInFrontWhileTheScreenIsLockedOrCovered) {
+    const OwnWindow window(own_.get(), {.title = "on the desk"});
+    ASSERT_TRUE(session_.waitForFront(window));
+    const auto isFront = [&] { return session_.workspace->frontmostApplication().has_value(); };
+    const auto lock = [](const char* locked) {
+        Program({"dbus-send", "--session", "--type=signal", "/org/freedesktop/ScreenSaver",
+                 "org.freedesktop.ScreenSaver.ActiveChanged", std::string("boolean:") + locked})
+            .wait();
+    };
+    lock("true");
+    EXPECT_TRUE(session_.runUntil([&] { return !isFront(); }));
+    EXPECT_FALSE(session_.guard->contentMayBeRead());
+    lock("false");
+    EXPECT_TRUE(session_.runUntil(isFront));
+    xcb_force_screen_saver(own_.get(), XCB_SCREEN_SAVER_ACTIVE);
+    xcb_flush(own_.get());
+    EXPECT_TRUE(session_.runUntil([&] { return !isFront(); }));
+    xcb_force_screen_saver(own_.get(), XCB_SCREEN_SAVER_RESET);
+    xcb_flush(own_.get());
+    EXPECT_TRUE(session_.runUntil(isFront));
+}
+
+TEST(DesktopWithoutServer, SeesNothingAnyMoreAndLivesOn) {
+    int argumentCount = 1;
+    char name[] = "test";
+    char* arguments[] = {name, nullptr};
+    const QCoreApplication application(argumentCount, arguments);
+    const std::string former = getenv("DISPLAY");
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    auto server = std::make_unique<Program>(std::vector<std::string>{
+        "Xvfb", "-displayfd", std::to_string(ends[1]), "-nolisten", "tcp"});
+    char number[16] = {};
+    const std::unique_ptr<FILE, int (*)(FILE*)> answer(fdopen(ends[0], "r"), fclose);
+    ASSERT_NE(fgets(number, sizeof number, answer.get()), nullptr);
+    setenv("DISPLAY", (":" + std::to_string(std::stoi(number))).c_str(), 1);
+    DesktopSession session;
+    setenv("DISPLAY", former.c_str(), 1);
+    ASSERT_NE(session.workspace, nullptr);
+    (void)session.workspace->frontmostApplication();
+    server.reset();
+    EXPECT_TRUE(session.runUntil([&] { return !session.workspace->freshFrontWindow(1s); }));
+    EXPECT_EQ(session.workspace->frontmostApplication(), std::nullopt);
+    EXPECT_TRUE(session.workspace->runningApplications("debian-xterm").empty());
+    EXPECT_FALSE(session.guard->contentMayBeRead());
+}
+
+} // namespace
+} // namespace mnemora::desktop

@@ -1,0 +1,132 @@
+#include "desktop/DesktopSession.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace mnemora::desktop {
+
+Program::Program(const std::vector<std::string>& command) {
+    std::vector<char*> arguments;
+    for (const std::string& argument : command)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    for (const int output : {STDOUT_FILENO, STDERR_FILENO})
+        posix_spawn_file_actions_addopen(&actions, output, "/dev/null", O_WRONLY, 0);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    if (posix_spawnp(&process_, arguments[0], &actions, &attributes, arguments.data(), environ))
+        process_ = 0;
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+}
+
+Program::~Program() {
+    if (process_ <= 0)
+        return;
+    signal(SIGCONT);
+    signal(SIGKILL);
+    wait();
+}
+
+void Program::signal(int number) const {
+    if (process_ > 0)
+        kill(-process_, number);
+}
+
+void Program::wait() {
+    if (process_ > 0)
+        waitpid(process_, nullptr, 0);
+    process_ = 0;
+}
+
+OwnWindow::OwnWindow(xcb_connection_t* connection, const Marks& marks)
+    : connection_(connection), window_(xcb_generate_id(connection)) {
+    const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
+    const std::uint32_t white = screen->white_pixel;
+    xcb_create_window(connection_, XCB_COPY_FROM_PARENT, window_, screen->root, 50, 50, 300, 200, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL,
+                      &white);
+    if (!marks.windowClass.empty())
+        set("WM_CLASS", "STRING", marks.windowClass);
+    if (!marks.oldTitle.empty())
+        set("WM_NAME", marks.oldTitleType.c_str(), marks.oldTitle);
+    if (!marks.title.empty())
+        set("_NET_WM_NAME", "UTF8_STRING", marks.title);
+    xcb_map_window(connection_, window_);
+    xcb_flush(connection_);
+}
+
+OwnWindow::~OwnWindow() {
+    xcb_destroy_window(connection_, window_);
+    xcb_flush(connection_);
+}
+
+xcb_atom_t OwnWindow::atom(const std::string& name) const {
+    const x11::Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
+        connection_,
+        xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(name.size()), name.c_str()),
+        nullptr));
+    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+}
+
+void OwnWindow::set(const char* property, const char* type, const std::string& value) const {
+    xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window_, atom(property), atom(type), 8,
+                        static_cast<std::uint32_t>(value.size()), value.data());
+}
+
+void OwnWindow::activate() const {
+    const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = window_;
+    message.type = atom("_NET_ACTIVE_WINDOW");
+    message.data.data32[0] = 2; // from a pager, which window managers obey
+    xcb_send_event(connection_, 0, screen->root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                   reinterpret_cast<const char*>(&message));
+    xcb_flush(connection_);
+}
+
+DesktopSession::DesktopSession()
+    : catalogue(std::make_shared<const ApplicationCatalogue>(
+          std::make_shared<const DesktopEntries>(*listener))),
+      session(std::make_shared<const SessionState>(*listener)),
+      workspace(x11::X11Workspace::create(mainLoop, catalogue, session, nullptr)) {
+    if (!workspace)
+        return;
+    titles = std::make_unique<FocusedWindowTitles>(windows, catalogue,
+                                                   [this] { return workspace->lastFrontWindow(); });
+    guard = std::make_unique<FrontContentGuard>(
+        [this](auto patience) { return workspace->freshFrontWindow(patience); }, windows,
+        catalogue);
+}
+
+std::optional<std::string> DesktopSession::frontTitle() {
+    const auto front = workspace->frontmostApplication();
+    const auto window = front ? titles->focusedWindow(front->processIdentifier) : std::nullopt;
+    return window ? window->title : std::nullopt;
+}
+
+bool DesktopSession::waitForFront(const OwnWindow& window) {
+    // A window manager may keep the focus from a window that nobody asked for.
+    auto asked = std::chrono::steady_clock::now();
+    return runUntil([&] {
+        const auto front = workspace->freshFrontWindow(std::chrono::seconds(1));
+        if (front && front->window == window.identifier())
+            return true;
+        if (std::chrono::steady_clock::now() - asked > std::chrono::milliseconds(300)) {
+            window.activate();
+            asked = std::chrono::steady_clock::now();
+        }
+        return false;
+    });
+}
+
+} // namespace mnemora::desktop

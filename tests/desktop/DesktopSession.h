@@ -1,0 +1,106 @@
+#pragma once
+// What a test of the desktop adapters needs of a real session: programs that end with it, windows
+// of its own with any properties, and the adapters on a real main loop.
+
+#include "Linux/Accessibility/AccessibleWindows.h"
+#include "Linux/Desktop/ApplicationCatalogue.h"
+#include "Linux/Desktop/FocusedWindowTitles.h"
+#include "Linux/Desktop/FrontContentGuard.h"
+#include "Linux/Desktop/QtMainLoop.h"
+#include "Linux/Desktop/SessionState.h"
+#include "Linux/X11/X11Workspace.h"
+
+#include <QCoreApplication>
+
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+#include <xcb/xcb.h>
+
+namespace mnemora::desktop {
+
+/// A program started by the test; it and its children end with the object.
+class Program {
+  public:
+    explicit Program(const std::vector<std::string>& command);
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    [[nodiscard]] pid_t process() const { return process_; }
+    /// To the program and its children.
+    void signal(int number) const;
+    /// Waits for the program to end by itself.
+    void wait();
+
+  private:
+    pid_t process_ = 0;
+};
+
+/// A window of the test's own.
+class OwnWindow {
+  public:
+    struct Marks {
+        std::string title;                                      // _NET_WM_NAME
+        std::string oldTitle = {};                              // WM_NAME
+        std::string oldTitleType = "STRING";                    // its type
+        std::string windowClass = std::string("Test\0Test", 9); // WM_CLASS
+    };
+
+    /// Maps a window with these properties; `connection` outlives it.
+    OwnWindow(xcb_connection_t* connection, const Marks& marks);
+    ~OwnWindow();
+    OwnWindow(const OwnWindow&) = delete;
+    OwnWindow& operator=(const OwnWindow&) = delete;
+
+    [[nodiscard]] std::uint32_t identifier() const { return window_; }
+    /// Asks the window manager to bring it to the front.
+    void activate() const;
+
+  private:
+    void set(const char* property, const char* type, const std::string& value) const;
+    [[nodiscard]] xcb_atom_t atom(const std::string& name) const;
+
+    xcb_connection_t* connection_;
+    xcb_window_t window_;
+};
+
+/// The adapters as the program composes them. One at a time, on the main thread.
+class DesktopSession {
+  public:
+    DesktopSession();
+
+    /// Runs the main loop until the condition holds; false when it doesn't within 30 seconds.
+    template <class Condition>
+    [[nodiscard]] bool runUntil(Condition holds) {
+        const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!holds()) {
+            if (std::chrono::steady_clock::now() > bound)
+                return false;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return true;
+    }
+
+    /// The title of the focused window of the frontmost application.
+    [[nodiscard]] std::optional<std::string> frontTitle();
+    [[nodiscard]] bool waitForFront(const OwnWindow& window);
+
+    std::shared_ptr<QtMainLoop> mainLoop = std::make_shared<QtMainLoop>();
+    std::shared_ptr<GLibThread> listener = std::make_shared<GLibThread>("test-listener");
+    std::shared_ptr<atspi::AccessibleWindows> windows =
+        std::make_shared<atspi::AccessibleWindows>();
+    std::shared_ptr<const ApplicationCatalogue> catalogue;
+    std::shared_ptr<const SessionState> session;
+    std::shared_ptr<x11::X11Workspace> workspace;
+    std::unique_ptr<FocusedWindowTitles> titles;
+    std::unique_ptr<FrontContentGuard> guard;
+};
+
+} // namespace mnemora::desktop
