@@ -166,6 +166,7 @@ TEST_F(BrowserScriptHostTest, ASilentBrowserIsAnErrorAndWhatItToldIsForgotten) {
         const auto answer = all->askFocused(chrome, PageQuestion::text, milliseconds(0));
         EXPECT_TRUE(!answer || answer->refused);
     }
+    EXPECT_TRUE(eventually([&] { return !all->has(chrome); })) << "it has to connect anew";
 }
 
 TEST_F(BrowserScriptHostTest, AnswersToQuestionsOfOthersAreDropped) {

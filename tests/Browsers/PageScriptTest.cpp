@@ -57,6 +57,7 @@ TEST(BrowserTable, KnowsBrowsersByTheirExecutable) {
         {"/opt/google/chrome/chrome", "com.google.Chrome"},
         {"/opt/microsoft/msedge/msedge", "com.microsoft.edgemac"},
         {"/opt/brave.com/brave/brave", "com.brave.Browser"},
+        {"/usr/bin/epiphany-browser", "com.apple.Safari"},
         {"/opt/vivaldi/vivaldi-bin", std::nullopt},
         {"/usr/bin/python3.11", std::nullopt},
         {"/opt/google/chrome/", std::nullopt},

@@ -5,6 +5,9 @@
 //   run SCRIPT           {"failed": ..., "text": ..., "ms": ...}
 //   main SCRIPT          the same on the main thread
 //   extension IDENTIFIER whether its extension is connected
+//   guard yes|no         what guards the window in front says from now on; "no" at the start
+#include "Linux/Accessibility/AccessibleWindows.h"
+#include "Linux/Browsers/AccessiblePages.h"
 #include "Linux/Browsers/BrowserScriptHost.h"
 #include "Linux/Browsers/PageSocket.h"
 
@@ -19,10 +22,20 @@ using Json = nlohmann::json;
 
 namespace {
 
-struct Desktop {
+struct Desktop : FrontWindowGuard {
     std::mutex mutex;
+    bool guardSaysYes = false;        // guarded by mutex
     std::optional<std::string> front; // guarded by mutex
     std::string withheldWord;         // guarded by mutex
+
+    std::optional<std::string> frontmost() {
+        const std::lock_guard lock(mutex);
+        return front;
+    }
+    bool contentMayBeRead() override {
+        const std::lock_guard lock(mutex);
+        return guardSaysYes;
+    }
 };
 
 Json run(ScriptHost& host, const std::string& text) {
@@ -55,6 +68,8 @@ Json answerTo(const std::string& line, Desktop& desktop, browsers::BrowserScript
     const std::lock_guard lock(desktop.mutex);
     if (word == "front")
         desktop.front = rest.empty() ? std::nullopt : std::optional(rest);
+    else if (word == "guard")
+        desktop.guardSaysYes = rest == "yes";
     else if (word == "withhold")
         desktop.withheldWord = rest;
     else
@@ -62,27 +77,29 @@ Json answerTo(const std::string& line, Desktop& desktop, browsers::BrowserScript
     return Json::object();
 }
 
-browsers::BrowserScriptHostOptions optionsFor(Desktop& desktop, const char* hostProgram) {
+browsers::BrowserScriptHostOptions optionsFor(const std::shared_ptr<Desktop>& desktop,
+                                              const char* hostProgram) {
+    const auto frontmost = [desktop] { return desktop->frontmost(); };
     return {.socket = browsers::pageSocketPath(),
             .hostProgram = std::filesystem::canonical(hostProgram),
-            .frontmostApplication =
-                [&] {
-                    const std::lock_guard lock(desktop.mutex);
-                    return desktop.front;
-                },
+            .frontmostApplication = frontmost,
             .withholds =
-                [&](const std::string&, const std::string& title) {
-                    const std::lock_guard lock(desktop.mutex);
-                    return !desktop.withheldWord.empty() &&
-                           title.find(desktop.withheldWord) != std::string::npos;
+                [desktop](const std::string&, const std::string& title) {
+                    const std::lock_guard lock(desktop->mutex);
+                    return !desktop->withheldWord.empty() &&
+                           title.find(desktop->withheldWord) != std::string::npos;
                 },
-            .fallback = nullptr};
+            .fallback = std::make_shared<browsers::AccessiblePages>(
+                browsers::AccessiblePages::Options{frontmost, desktop})};
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    Desktop desktop;
+    // Programs show what is inside their windows only while somebody listens, as the application
+    // does for titles.
+    const atspi::AccessibleWindows listening;
+    const auto desktop = std::make_shared<Desktop>();
     const auto host =
         argc > 1 ? browsers::BrowserScriptHost::create(optionsFor(desktop, argv[1])) : nullptr;
     if (!host) {
@@ -90,5 +107,5 @@ int main(int argc, char** argv) {
         return 1;
     }
     for (std::string line; std::getline(std::cin, line);)
-        std::cout << answerTo(line, desktop, *host).dump() << std::endl;
+        std::cout << answerTo(line, *desktop, *host).dump() << std::endl;
 }

@@ -75,9 +75,9 @@ class Chromium:
 
     folder = pathlib.Path(os.environ["HOME"]) / ".config" / "chromium"
 
-    def __init__(self, address):
+    def __init__(self, address, *flags):
         self.log = open(os.path.join(os.environ["HOME"], "chromium.log"), "ab")
-        self.process = self._start("--profile-directory=Default", address)
+        self.process = self._start("--profile-directory=Default", *flags, address)
 
     def _start(self, *arguments):
         return subprocess.Popen(["chromium", *FLAGS, *arguments], stdin=subprocess.DEVNULL,

@@ -144,7 +144,7 @@ async function tellState() {
     if (focused || hadFocus)
         lastUsed = focused && hadFocus ? lastUsed : Date.now();
     hadFocus = focused;
-    const state = { focused, used: lastUsed, titles: page ? [page.title] : [] };
+    const state = { focused, used: lastUsed };
     if (page)
         state.address = page.address;
     const text = JSON.stringify(state);
@@ -161,7 +161,7 @@ chrome.windows.onRemoved.addListener(stateMayHaveChanged, { windowTypes });
 chrome.tabs.onActivated.addListener(stateMayHaveChanged);
 chrome.tabs.onReplaced.addListener(stateMayHaveChanged);
 chrome.tabs.onUpdated.addListener((_, change, tab) => {
-    if (tab.active && (change.url || change.title || change.status))
+    if (tab.active && change.url)
         stateMayHaveChanged();
 });
 

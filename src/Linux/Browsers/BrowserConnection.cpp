@@ -9,7 +9,7 @@
 namespace mnemora::browsers {
 namespace {
 
-/// A browser that hangs for longer than this many questions is worth a new connection.
+/// A browser that hangs for that long, or whose extension lost its questions, starts afresh.
 constexpr std::size_t mostOpenQuestions = 64;
 
 } // namespace
@@ -19,8 +19,12 @@ std::optional<BrowserConnection::Time> BrowserConnection::waitingSince() const {
     return open_.empty() ? std::nullopt : std::optional(open_.begin()->second);
 }
 
+bool BrowserConnection::isStuck() const {
+    return open_.size() >= mostOpenQuestions;
+}
+
 bool BrowserConnection::ask(std::uint64_t request, PageQuestion question, bool focused, Time now) {
-    if (open_.size() >= mostOpenQuestions)
+    if (isStuck())
         return false;
     open_.emplace(request, now);
     output_ += framed(requestMessage(request, question, focused));

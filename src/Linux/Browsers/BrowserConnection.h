@@ -30,8 +30,10 @@ class BrowserConnection {
     /// When the oldest question without an answer was put; absent when none is open.
     [[nodiscard]] std::optional<Time> waitingSince() const;
     [[nodiscard]] bool hasOutput() const { return !output_.empty(); }
+    /// Whether so many questions are open that only a new connection is worth asking.
+    [[nodiscard]] bool isStuck() const;
 
-    /// Queues a question. False when the browser has left too many open to be asked another.
+    /// Queues a question. False when it is stuck.
     [[nodiscard]] bool ask(std::uint64_t request, PageQuestion question, bool focused, Time now);
     /// Sends as much of the queue as the socket takes. False when the peer is gone.
     [[nodiscard]] bool send();

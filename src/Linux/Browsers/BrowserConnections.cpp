@@ -194,7 +194,7 @@ void BrowserConnections::serveConnections(std::span<const pollfd> polled) {
     for (const auto& socket : polled) {
         auto& connection = **each;
         bool alive = socket.revents == 0 || connection.receive(answers);
-        alive = alive && connection.send();
+        alive = alive && connection.send() && !connection.isStuck();
         alive = alive &&
                 (connection.bundleIdentifier() || Clock::now() - connection.since() < helloTime);
         if (!alive)

@@ -15,6 +15,8 @@ constexpr std::array executables{
     Executable{"msedge", "com.microsoft.edgemac"},
     Executable{"brave", "com.brave.Browser"},
     Executable{"brave-browser", "com.brave.Browser"},
+    Executable{"epiphany", "com.apple.Safari"},
+    Executable{"epiphany-browser", "com.apple.Safari"},
 };
 
 } // namespace

@@ -1,0 +1,59 @@
+"""A real browser without our extension is read through the accessibility bus.
+
+Usage: browser_accessible_test.py HOST_PROGRAM BROWSER_ANSWERS, inside a desktop session with the
+accessibility bus on.
+"""
+import sys
+import unittest
+
+from browser_chromium import ADDRESS, CHROME, Answers, Chromium, Pages
+from windows import wait_until
+
+HOST_PROGRAM, BROWSER_ANSWERS = sys.argv[1:3]
+BODY = """<h1>Huts &amp; lakes</h1>
+<p>The <a href=/x>hut above the <b>lake</b></a> is <i>booked</i>, 山の旅 😀.</p>
+<ul><li>Rope</li><li>Lamp <a href=/y>with</a> oil</li></ul>
+<table><tr><td>12</td><td>km</td></tr></table>
+<form>Name <input value="in a field"> Word <input type=password value="in the dark">
+<textarea>in an area</textarea></form>""" + "".join(f"<p>Line {n} of the rest.</p>" for n in range(60))
+
+
+def words(text):
+    """What both ways of reading have in common: not blank lines, nor the marks of lists."""
+    return [word for word in text.split() if word != "•"]
+
+
+class AccessibleTest(unittest.TestCase):
+    def setUp(self):
+        self.pages = self.started(Pages())
+        self.address = self.pages.add("/page", "A page", BODY)
+        self.answers = self.started(Answers(BROWSER_ANSWERS, HOST_PROGRAM))
+        # By itself Chromium shows its pages on this bus only while a screen reader is on.
+        self.browser = self.started(Chromium(self.address, "--force-renderer-accessibility"))
+        self.answers.say("front " + CHROME)
+        self.answers.say("guard yes")
+
+    def started(self, thing):
+        self.addCleanup(thing.close)
+        return thing
+
+    def test_reads_what_the_page_shows_and_nothing_that_was_typed(self):
+        self.answers.wait_for_address(self.address)
+        said = self.pages.text_of("/page")
+        text = wait_until(lambda: self.answers.text()["text"], what="the text")
+        self.assertEqual(words(text), words(said))
+        self.assertNotIn("in the dark", text)
+
+    def test_reads_nothing_that_the_guard_withholds_and_nothing_from_behind(self):
+        self.answers.wait_for_address(self.address)
+        for command in ("guard no", "front app.mnemora.Mnemora"):
+            self.answers.say(command)
+            self.assertTrue(self.answers.address()["failed"])
+            self.assertTrue(self.answers.text()["failed"])
+            self.answers.say("guard yes")
+        self.answers.say("front " + CHROME)
+        self.assertTrue(self.answers.say("main " + ADDRESS)["failed"])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
