@@ -143,6 +143,60 @@ TEST(ApplicationCatalogue, WithholdsEveryProgramThatHoldsSecrets) {
             << identity.instance << "/" << identity.windowClass << "/" << identity.process.program;
 }
 
+// The entries and programs of Debian 12's packages for secrets, as the packages list them.
+TEST(ApplicationCatalogue, KnowsThePackagesOfDebianByEntryAndByProgram) {
+    const char* const names[] = {"org.keepassxc.KeePassXC",
+                                 "keepassxc",
+                                 "keepass2",
+                                 "org.gnome.seahorse.Application",
+                                 "seahorse",
+                                 "org.kde.kwalletmanager5",
+                                 "kwalletmanager5-kwalletd",
+                                 "kwalletmanager5",
+                                 "qtpass",
+                                 "com.github.paolostivanin.OTPClient",
+                                 "otpclient",
+                                 "org.gnome.World.Secrets",
+                                 "secrets",
+                                 "password-gorilla",
+                                 "pwsafe",
+                                 "info.olasagasti.revelation",
+                                 "revelation",
+                                 "gringotts",
+                                 "com.yubico.yubioath",
+                                 "yubioath-desktop",
+                                 "ykman-gui",
+                                 "org.postmarketos.Numberstation",
+                                 "numberstation",
+                                 "nitrokey-app",
+                                 "nitrokey-authenticator",
+                                 "gcr-prompter",
+                                 "gcr-viewer",
+                                 "gcr-ssh-askpass",
+                                 "pinentry-qt",
+                                 "pinentry-gtk-2",
+                                 "pinentry-gnome3",
+                                 "pinentry-fltk",
+                                 "pinentry-x2go",
+                                 "lxqt-policykit-agent",
+                                 "lxpolkit",
+                                 "lxqt-openssh-askpass",
+                                 "ksshaskpass",
+                                 "ssh-askpass-fullscreen",
+                                 "i3lock",
+                                 "slock",
+                                 "xscreensaver",
+                                 "xsecurelock",
+                                 "light-locker"};
+    for (const char* name : names) {
+        const TableRow* row = rowNamed({name});
+        ASSERT_NE(row, nullptr) << name;
+        EXPECT_TRUE(isConcealed(*row)) << name;
+    }
+    // Settings of a screen saver are no screen saver.
+    EXPECT_EQ(rowNamed({"xscreensaver-settings"}), nullptr);
+}
+
 TEST(ApplicationCatalogue, MeansTheBrowsersOfTheInspectorsTableAndNamesEachProgramOnce) {
     std::set<std::string> names;
     for (const TableRow& row : applicationTable()) {

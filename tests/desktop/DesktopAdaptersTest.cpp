@@ -125,7 +125,9 @@ TEST_F(DesktopAdapters, KeepNobodyWaitingWhileAClientHoldsTheServer) {
 TEST_F(DesktopAdapters, SeeNothingInFrontWhileTheScreenIsLockedOrCovered) {
     const OwnWindow window(own_.get(), {.title = "on the desk"});
     ASSERT_TRUE(session_.waitForFront(window));
+    window.fillScreen();
     const auto isFront = [&] { return session_.workspace->frontmostApplication().has_value(); };
+    EXPECT_TRUE(isFront()) << "a window that fills the screen covers nothing of its own";
     const auto lock = [](const char* locked) {
         Program({"dbus-send", "--session", "--type=signal", "/org/freedesktop/ScreenSaver",
                  "org.freedesktop.ScreenSaver.ActiveChanged", std::string("boolean:") + locked})
@@ -135,6 +137,11 @@ TEST_F(DesktopAdapters, SeeNothingInFrontWhileTheScreenIsLockedOrCovered) {
     EXPECT_TRUE(session_.runUntil([&] { return !isFront(); }));
     EXPECT_FALSE(session_.guard->contentMayBeRead());
     lock("false");
+    EXPECT_TRUE(session_.runUntil(isFront));
+    {
+        const OwnWindow locker(own_.get(), {.title = "locker", .coversScreen = true});
+        EXPECT_TRUE(session_.runUntil([&] { return !isFront(); }));
+    }
     EXPECT_TRUE(session_.runUntil(isFront));
     xcb_force_screen_saver(own_.get(), XCB_SCREEN_SAVER_ACTIVE);
     xcb_flush(own_.get());

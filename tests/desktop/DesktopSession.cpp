@@ -48,10 +48,13 @@ void Program::wait() {
 OwnWindow::OwnWindow(xcb_connection_t* connection, const Marks& marks)
     : connection_(connection), window_(xcb_generate_id(connection)) {
     const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
-    const std::uint32_t white = screen->white_pixel;
-    xcb_create_window(connection_, XCB_COPY_FROM_PARENT, window_, screen->root, 50, 50, 300, 200, 0,
-                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL,
-                      &white);
+    const bool covers = marks.coversScreen;
+    const std::uint16_t width = covers ? screen->width_in_pixels : 300;
+    const std::uint16_t height = covers ? screen->height_in_pixels : 200;
+    const std::uint32_t values[] = {screen->white_pixel, covers ? 1U : 0U};
+    xcb_create_window(connection_, XCB_COPY_FROM_PARENT, window_, screen->root, 0, 0, width, height,
+                      0, XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                      XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
     if (!marks.windowClass.empty())
         set("WM_CLASS", "STRING", marks.windowClass);
     if (!marks.oldTitle.empty())
@@ -80,18 +83,37 @@ void OwnWindow::set(const char* property, const char* type, const std::string& v
                         static_cast<std::uint32_t>(value.size()), value.data());
 }
 
-void OwnWindow::activate() const {
+void OwnWindow::ask(const char* type, std::uint32_t first, std::uint32_t second) const {
     const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
     xcb_client_message_event_t message{};
     message.response_type = XCB_CLIENT_MESSAGE;
     message.format = 32;
     message.window = window_;
-    message.type = atom("_NET_ACTIVE_WINDOW");
-    message.data.data32[0] = 2; // from a pager, which window managers obey
+    message.type = atom(type);
+    message.data.data32[0] = first;
+    message.data.data32[1] = second;
     xcb_send_event(connection_, 0, screen->root,
                    XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
                    reinterpret_cast<const char*>(&message));
     xcb_flush(connection_);
+}
+
+// 2: from a pager, which window managers obey.
+void OwnWindow::activate() const {
+    ask("_NET_ACTIVE_WINDOW", 2, XCB_CURRENT_TIME);
+}
+
+void OwnWindow::fillScreen() const {
+    ask("_NET_WM_STATE", 1, atom("_NET_WM_STATE_FULLSCREEN")); // 1: add
+    const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
+    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < bound) {
+        const x11::Reply<xcb_get_geometry_reply_t> place(
+            xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, window_), nullptr));
+        if (place && place->width == screen->width_in_pixels)
+            return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
 }
 
 DesktopSession::DesktopSession()

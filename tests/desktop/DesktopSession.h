@@ -50,6 +50,7 @@ class OwnWindow {
         std::string oldTitle = {};                              // WM_NAME
         std::string oldTitleType = "STRING";                    // its type
         std::string windowClass = std::string("Test\0Test", 9); // WM_CLASS
+        bool coversScreen = false; // as a locker does, without the window manager
     };
 
     /// Maps a window with these properties; `connection` outlives it.
@@ -61,8 +62,11 @@ class OwnWindow {
     [[nodiscard]] std::uint32_t identifier() const { return window_; }
     /// Asks the window manager to bring it to the front.
     void activate() const;
+    /// Asks the window manager to let it fill the screen and waits until it does.
+    void fillScreen() const;
 
   private:
+    void ask(const char* message, std::uint32_t first, std::uint32_t second) const;
     void set(const char* property, const char* type, const std::string& value) const;
     [[nodiscard]] xcb_atom_t atom(const std::string& name) const;
 

@@ -45,7 +45,7 @@ constexpr TableRow rows[] = {
      "tor browser|tor-browser|torbrowser|torbrowser-launcher|org.torproject.torbrowser-launcher|"
      "mullvad browser|mullvad-browser|mullvadbrowser|net.mullvad.mullvadbrowser|qutebrowser|"
      "org.qutebrowser.qutebrowser|min|luakit|badwolf|nyxt|engineer.atlas.nyxt|surf|vimb|"
-     "angelfish|org.kde.angelfish|falkon|org.kde.falkon|konqueror|org.kde.konqueror|midori|"
+     "angelfish|org.kde.angelfish|falkon|org.kde.falkon|konqueror|org.kde.konqueror|konqbrowser|kfmclient_html|midori|"
      "org.midori_browser.midori|otter-browser|dooble|netsurf|netsurf-gtk|"
      "com.github.cassidyjames.ephemeral|io.github.ranfdev.ephemeral|gnome-ephemeral"},
 
@@ -113,7 +113,7 @@ constexpr TableRow rows[] = {
      "app.padloc.padloc|psono|keyguard|com.artemchep.keyguard|lesspass|spectre|masterpassword|"
      "com.lyndir.masterpassword|password-gorilla|password gorilla|gorilla|gorilla.tcl|pasaffe|"
      "revelation|info.olasagasti.revelation|figaro-password-manager2|fpm2|gpass|gringotts|"
-     "kedpm|pwmanager|upm|universal password manager|myki|bitpass|passky|passit|"
+     "kedpm|pwmanager|upm|impass|assword|universal password manager|myki|bitpass|passky|passit|"
      "password-manager-resources|clipperz|passman|pwman3|cpm|titan|encryptr|"
      "com.spideroak.encryptr|zoho vault|zohovault|rattic|ripasso|ripasso-gtk|"
      "sticky password|sticky-password|safe-in-cloud|safeincloud|pass-manager|passy|swifty|"
@@ -126,7 +126,7 @@ constexpr TableRow rows[] = {
      "gcr4-prompter|gcr-prompter4|gnome-keyring|gnome-keyring-prompt|gnome-keyring-daemon|"
      "org.gnome.keyring.systemprompter|mate-keyring-manager"},
     {"com.apple.keychainaccess.kwallet", Browser::None,
-     "kwalletmanager|kwalletmanager5|kwalletmanager6|org.kde.kwalletmanager|"
+     "kwalletmanager|kwalletmanager5|kwalletmanager5-kwalletd|kwalletmanager6|org.kde.kwalletmanager|"
      "org.kde.kwalletmanager5|org.kde.kwalletmanager6|kwalletd|kwalletd5|kwalletd6|"
      "org.kde.kwalletd5|org.kde.kwalletd6|org.kde.ksecretd|ksecretd|kwallet-query|kwalletaskpass"},
 
@@ -140,14 +140,14 @@ constexpr TableRow rows[] = {
      "com.yubico.yubikeymanager|io.ente.auth|enteauth|ente_auth|ente auth|ente-auth|"
      "proton-authenticator|proton authenticator|me.proton.authenticator|authy|authy desktop|"
      "authy_authy|winauth|gauth|mauborgne|twofactorauth|com.nitrokey.nitrokey-app2|nitrokey-app|"
-     "nitrokey-app2|com.nitrokey.nitrokey-app|nitroauthenticator|2fast|totp|goauthing"},
+     "nitrokey-app2|com.nitrokey.nitrokey-app|nitroauthenticator|nitrokey-authenticator|2fast|totp|goauthing"},
 
     // Prompts for passwords and pins.
     {"com.apple.keychainaccess.prompt", Browser::None,
      "pinentry|pinentry-gtk|pinentry-gtk2|pinentry-gtk-2|pinentry-gnome3|pinentry-qt|"
      "pinentry-qt4|pinentry-qt5|pinentry-qt6|pinentry-x11|pinentry-fltk|pinentry-efl|"
-     "pinentry-tqt|pinentry-bemenu|pinentry-rofi|org.gnupg.pinentry-qt|org.gnupg.pinentry-qt5|"
-     "ssh-askpass|x11-ssh-askpass|gnome-ssh-askpass|gnome-ssh-askpass2|gnome-ssh-askpass3|"
+     "pinentry-tqt|pinentry-x2go|pinentry-bemenu|pinentry-rofi|org.gnupg.pinentry-qt|org.gnupg.pinentry-qt5|"
+     "ssh-askpass|x11-ssh-askpass|gcr-ssh-askpass|gnome-ssh-askpass|gnome-ssh-askpass2|gnome-ssh-askpass3|"
      "ssh-askpass-gnome|ssh-askpass-fullscreen|ksshaskpass|org.kde.ksshaskpass|seahorse-ssh-"
      "askpass|"
      "ssh-askpass-sudo|lxqt-openssh-askpass|lxqt-sudo|lxsudo|razor-openssh-askpass|"
@@ -162,7 +162,7 @@ constexpr TableRow rows[] = {
 
     // What covers a locked or not yet opened session.
     {"com.apple.keychainaccess.screenlock", Browser::None,
-     "i3lock|i3lock-fancy|slock|xscreensaver|xscreensaver-auth|xscreensaver-gfx|xsecurelock|"
+     "i3lock|i3lock-fancy|lxlock|slock|xscreensaver|xscreensaver-auth|xscreensaver-gfx|xsecurelock|"
      "auth_x11|xtrlock|pyxtrlock|sxlock|alock|xlock|light-locker|mate-screensaver|"
      "mate-screensaver-dialog|cinnamon-screensaver|cinnamon-screensaver-main|"
      "xfce4-screensaver|xfce4-screensaver-dialog|gnome-screensaver|gnome-screensaver-dialog|"

@@ -278,19 +278,4 @@ std::optional<std::string> Connection::title(Window window) {
     return cleanText(text(*value));
 }
 
-bool Connection::isScreenCovered() {
-    auto* connection = connection_.get();
-    if (hasPowerState_) {
-        const Reply<xcb_dpms_info_reply_t> power(
-            xcb_dpms_info_reply(connection, xcb_dpms_info(connection), nullptr));
-        if (power && power->state != 0 && power->power_level != XCB_DPMS_DPMS_MODE_ON)
-            return true;
-    }
-    if (!hasScreenSaver_)
-        return false;
-    const Reply<xcb_screensaver_query_info_reply_t> saver(xcb_screensaver_query_info_reply(
-        connection, xcb_screensaver_query_info(connection, root_), nullptr));
-    return saver && saver->state == XCB_SCREENSAVER_STATE_ON;
-}
-
 } // namespace mnemora::x11

@@ -64,7 +64,8 @@ class Connection {
     [[nodiscard]] std::optional<desktop::WindowIdentity> identity(Window window);
     /// The title in valid UTF-8; of one beyond the bound the beginning and the end.
     [[nodiscard]] std::optional<std::string> title(Window window);
-    /// Whether the monitors are switched off (DPMS) or a screen saver covers them.
+    /// Whether the monitors are switched off (DPMS), or a screen saver or a locker covers what the
+    /// window manager shows.
     [[nodiscard]] bool isScreenCovered();
 
   private:
@@ -80,6 +81,11 @@ class Connection {
     [[nodiscard]] int processOf(Window window);
     [[nodiscard]] bool isLocal(Window window);
     [[nodiscard]] std::optional<Window> focusedTopLevel();
+    [[nodiscard]] bool isSwitchedOff();
+    [[nodiscard]] bool isBehindUnmanagedWindow();
+    [[nodiscard]] bool covers(Window window);
+    [[nodiscard]] std::vector<Window> children(Window window);
+    [[nodiscard]] std::optional<Window> parent(Window window);
     [[nodiscard]] std::string text(const Property& property) const;
 
     std::unique_ptr<xcb_connection_t, Disconnect> connection_;
