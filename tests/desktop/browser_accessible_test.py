@@ -3,6 +3,9 @@
 Usage: browser_accessible_test.py HOST_PROGRAM BROWSER_ANSWERS, inside a desktop session with the
 accessibility bus on.
 """
+import os
+import shutil
+import subprocess
 import sys
 import unittest
 
@@ -10,6 +13,9 @@ from browser_chromium import ADDRESS, CHROME, Answers, Chromium, Pages
 from windows import wait_until
 
 HOST_PROGRAM, BROWSER_ANSWERS = sys.argv[1:3]
+SAFARI_ADDRESS = 'tell application "Safari" to return URL of front document'
+SAFARI_TEXT = ('tell application "Safari" to return (do JavaScript "document.body.innerText" '
+               'in front document)')
 BODY = """<h1>Huts &amp; lakes</h1>
 <p>The <a href=/x>hut above the <b>lake</b></a> is <i>booked</i>, 山の旅 😀.</p>
 <ul><li>Rope</li><li>Lamp <a href=/y>with</a> oil</li></ul>
@@ -53,6 +59,31 @@ class AccessibleTest(unittest.TestCase):
             self.answers.say("guard yes")
         self.answers.say("front " + CHROME)
         self.assertTrue(self.answers.say("main " + ADDRESS)["failed"])
+
+    @unittest.skipUnless(shutil.which("epiphany-browser"), "GNOME Web isn't installed")
+    def test_reads_gnome_web_and_of_two_tabs_the_one_in_front(self):
+        other = self.pages.add("/other", "Another page", "<p>Of the other tab.</p>")
+        self.pages.said.clear()
+        self.open_in_gnome_web(self.address)
+        said = self.pages.text_of("/page")
+        self.answers.say("front com.apple.Safari")
+        wait_until(lambda: self.answers.say("run " + SAFARI_ADDRESS)["text"] == self.address,
+                   what="the address")
+        self.assertEqual(words(self.answers.say("run " + SAFARI_TEXT)["text"]), words(said))
+        self.open_in_gnome_web(other)
+        wait_until(lambda: self.answers.say("run " + SAFARI_ADDRESS)["text"] == other,
+                   what="the other tab's address")
+        self.assertEqual(words(self.answers.say("run " + SAFARI_TEXT)["text"]),
+                         words(self.pages.text_of("/other")))
+
+    def open_in_gnome_web(self, address):
+        # Its sandbox needs rights that a container may lack.
+        environment = dict(os.environ, WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS="1")
+        process = subprocess.Popen(["epiphany-browser", address], env=environment,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.terminate)
 
 
 if __name__ == "__main__":

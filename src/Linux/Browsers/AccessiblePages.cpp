@@ -74,24 +74,37 @@ class PageReader {
     }
 
   private:
+    /// The one page that the window shows; absent when it shows several, one beside the other.
     /// Breadth first: the page lies beside long bars of buttons.
     std::optional<AccessibleObject> documentIn(const AccessibleObject& window) {
+        std::vector<AccessibleObject> documents;
         std::vector<AccessibleObject> level = tree_.children(window);
         for (int depth = 0; depth < deepestDocument && !level.empty(); ++depth) {
             std::vector<AccessibleObject> next;
-            for (const auto& object : level) {
-                const auto states = tree_.states(object);
-                if (!has(states, ATSPI_STATE_SHOWING))
-                    continue;
-                if (tree_.role(object) == ATSPI_ROLE_DOCUMENT_WEB)
-                    return object;
-                auto children = tree_.children(object);
-                children.resize(std::min(children.size(), mostObjectsInABar));
-                next.insert(next.end(), children.begin(), children.end());
-            }
+            for (const auto& object : level)
+                if (isShownDocument(object, next))
+                    documents.push_back(object);
             level.swap(next);
         }
-        return std::nullopt;
+        return documents.size() == 1 && !tree_.late() ? std::optional(documents.front())
+                                                      : std::nullopt;
+    }
+
+    /// Otherwise appends the object's children to `next`, if some of them may be on screen.
+    bool isShownDocument(const AccessibleObject& object, std::vector<AccessibleObject>& next) {
+        const auto states = tree_.states(object);
+        const bool shown = has(states, ATSPI_STATE_SHOWING);
+        // GNOME Web has its pages in other processes. What stands between says nothing of itself.
+        if (!shown && has(states, ATSPI_STATE_VISIBLE))
+            return false;
+        if (tree_.role(object) == ATSPI_ROLE_DOCUMENT_WEB)
+            return shown;
+        auto children = tree_.children(object);
+        if (const auto plug = states == 0 && children.empty() ? tree_.plug(object) : std::nullopt)
+            children.push_back(*plug);
+        children.resize(std::min(children.size(), mostObjectsInABar));
+        next.insert(next.end(), children.begin(), children.end());
+        return false;
     }
 
     void append(const AccessibleObject& object, std::string& text, int depth) {

@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 
 constexpr auto accessible = "org.a11y.atspi.Accessible";
 constexpr auto properties = "org.freedesktop.DBus.Properties";
+constexpr auto nullObject = "/org/a11y/atspi/null";
 constexpr auto busService = "org.a11y.Bus";
 constexpr auto busPath = "/org/a11y/bus";
 /// What one answer may take; a browser answers within a millisecond.
@@ -128,6 +129,16 @@ std::vector<AccessibleObject> AccessibleTree::children(const AccessibleObject& o
         found.push_back(objectIn(pair.get()));
     }
     return found;
+}
+
+std::optional<AccessibleObject> AccessibleTree::plug(const AccessibleObject& socket) {
+    const auto reply =
+        call(socket, accessible, "GetChildAtIndex", g_variant_new("(i)", 0), "((so))");
+    if (!reply)
+        return std::nullopt;
+    const GValueRef pair(g_variant_get_child_value(reply.get(), 0));
+    auto object = objectIn(pair.get());
+    return object.path == nullObject ? std::nullopt : std::optional(std::move(object));
 }
 
 std::uint32_t AccessibleTree::role(const AccessibleObject& object) {

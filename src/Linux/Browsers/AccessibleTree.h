@@ -35,6 +35,9 @@ class AccessibleTree {
     /// The process behind an object; 0 when it is gone.
     [[nodiscard]] int processOf(const AccessibleObject& object);
     [[nodiscard]] std::vector<AccessibleObject> children(const AccessibleObject& object);
+    /// The root of another program's objects inside this one (an embedding socket has one, which
+    /// GTK leaves out of its children); absent without one.
+    [[nodiscard]] std::optional<AccessibleObject> plug(const AccessibleObject& socket);
     /// A number of AtspiRole; 0 when unknown.
     [[nodiscard]] std::uint32_t role(const AccessibleObject& object);
     /// The set of AtspiStateType, bit by bit.
