@@ -56,8 +56,8 @@ class Connection {
   public:
     explicit Connection(const std::string& path, bool mapped) {
         sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-        sqlite3_int64 bytes = mapped ? sqlite3_int64{64} << 30 : 0;
-        sqlite3_file_control(db_, "main", SQLITE_FCNTL_MMAP_SIZE, &bytes);
+        sqlite3_exec(db_, mapped ? "PRAGMA mmap_size=68719476736;" : "PRAGMA mmap_size=0;", nullptr,
+                     nullptr, nullptr);
     }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;

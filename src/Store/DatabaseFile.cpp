@@ -15,8 +15,8 @@ namespace {
 /// milliseconds, so waiting this long means that something else is wrong.
 constexpr int busyTimeoutMs = 5000;
 
-/// Vectors are scored where they lie in the file. SQLite maps less where its build allows less.
-constexpr sqlite3_int64 mappedBytes = sqlite3_int64{64} << 30;
+/// Vectors are read where they lie in the file. SQLite maps less where its build allows less.
+constexpr auto mapWholeFile = "PRAGMA mmap_size=68719476736;";
 
 constexpr auto schema = R"sql(CREATE TABLE IF NOT EXISTS events (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -76,10 +76,8 @@ sqlite3* openDatabase(const std::filesystem::path& path) {
     if (db == nullptr)
         return nullptr;
     sqlite3_busy_timeout(db, busyTimeoutMs);
-    sqlite3_int64 mapped = mappedBytes;
-    sqlite3_file_control(db, "main", SQLITE_FCNTL_MMAP_SIZE, &mapped);
-    sqlite3_exec(db, "PRAGMA journal_mode=WAL;", nullptr, nullptr, nullptr);
-    sqlite3_exec(db, schema, nullptr, nullptr, nullptr);
+    for (const char* script : {"PRAGMA journal_mode=WAL;", schema, mapWholeFile})
+        sqlite3_exec(db, script, nullptr, nullptr, nullptr);
     return db;
 }
 
