@@ -90,7 +90,7 @@ class AccessibleWindows::Listener {
     void survey(const std::string& service, int process, std::uint64_t ticket);
     void askWindows(const std::vector<ObjectName>& windows, int process, std::uint64_t ticket);
     void publish(int process, WindowReading reading, std::uint64_t ticket);
-    void setHung(int process);
+    void setHung(int process, std::uint64_t ticket);
     void forget(const std::string& service);
 
     std::shared_ptr<Shared> shared_;
@@ -163,17 +163,18 @@ std::optional<std::string> AccessibleWindows::Listener::serviceOf(int process) c
     return std::nullopt;
 }
 
+// Most programs without a word on the bus never say one, so nobody waits for the search: what it
+// finds is there for the next question.
 void AccessibleWindows::Listener::ask(int process, std::uint64_t ticket) {
     thread_.invoke([this, process, ticket] {
         if (const auto service = serviceOf(process))
             return survey(*service, process, ticket);
+        publish(process, WindowReading(), ticket);
         if (bus_.connection() == nullptr || Clock::now() - lastSearch_ < searchPause)
-            return publish(process, WindowReading(), ticket);
-        search([this, process, ticket] {
+            return;
+        search([this, process] {
             if (const auto service = serviceOf(process))
-                survey(*service, process, ticket);
-            else
-                publish(process, WindowReading(), ticket);
+                survey(*service, process, 0);
         });
     });
 }
@@ -187,7 +188,7 @@ void AccessibleWindows::Listener::survey(const std::string& service, int process
         if (windows != nullptr)
             return askWindows(*windows, process, ticket);
         if (timedOut)
-            setHung(process);
+            return setHung(process, ticket);
         publish(process, WindowReading(), ticket);
     });
 }
@@ -225,9 +226,13 @@ void AccessibleWindows::Listener::publish(int process, WindowReading reading,
     shared_->changed.notify_all();
 }
 
-void AccessibleWindows::Listener::setHung(int process) {
+// What was heard before stays: the title of a program that hangs doesn't change.
+void AccessibleWindows::Listener::setHung(int process, std::uint64_t ticket) {
     const std::lock_guard lock(shared_->mutex);
-    shared_->processes[process].hungUntil = Clock::now() + hungPause;
+    ProcessState& state = shared_->processes[process];
+    state.hungUntil = Clock::now() + hungPause;
+    state.answered = std::max(state.answered, ticket);
+    shared_->changed.notify_all();
 }
 
 void AccessibleWindows::Listener::forget(const std::string& service) {
@@ -269,9 +274,10 @@ std::optional<WindowReading> AccessibleWindows::read(int processIdentifier,
     const bool inTime = shared_->changed.wait_for(lock, patience, [&] {
         return shared_->processes[processIdentifier].answered >= ticket || !shared_->isAvailable;
     });
-    if (!inTime || !shared_->isAvailable)
+    const ProcessState& state = shared_->processes[processIdentifier];
+    if (!inTime || !shared_->isAvailable || Clock::now() < state.hungUntil)
         return std::nullopt;
-    return shared_->processes[processIdentifier].reading;
+    return state.reading;
 }
 
 WindowReading AccessibleWindows::last(int processIdentifier) const {
