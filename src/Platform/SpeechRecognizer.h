@@ -43,7 +43,8 @@ struct SpeechRequestOptions {
 };
 
 /// One open recognition request with its running task. Destroying it abandons what it had not
-/// finalised: no handler call follows.
+/// finalised: no handler call follows. It may be destroyed inside its own handler, and after the
+/// next request of its recogniser was opened.
 struct SpeechTask {
     virtual ~SpeechTask() = default;
 
