@@ -106,6 +106,9 @@ TEST_F(DesktopAdapters, AnnounceEachApplicationThatComesToTheFront) {
 TEST_F(DesktopAdapters, KeepNobodyWaitingWhileAClientHoldsTheServer) {
     const OwnWindow window(own_.get(), {.title = "before"});
     ASSERT_TRUE(session_.waitForFront(window));
+    auto leaving = x11::FrontWindowWatcher::start({});
+    ASSERT_NE(leaving, nullptr);
+    ASSERT_TRUE(leaving->read(5s));
     xcb_grab_server(own_.get());
     const x11::Reply<xcb_get_input_focus_reply_t> done(
         xcb_get_input_focus_reply(own_.get(), xcb_get_input_focus(own_.get()), nullptr));
@@ -113,6 +116,8 @@ TEST_F(DesktopAdapters, KeepNobodyWaitingWhileAClientHoldsTheServer) {
     const auto front = session_.workspace->frontmostApplication();
     const bool mayBeRead = session_.guard->contentMayBeRead();
     const auto took = Steady::now() - began;
+    (void)leaving->read(10ms);
+    leaving.reset(); // nor is anybody kept from quitting
     xcb_ungrab_server(own_.get());
     xcb_flush(own_.get());
     EXPECT_LT(took, 500ms);

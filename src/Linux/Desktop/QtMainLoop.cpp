@@ -61,8 +61,8 @@ void QtMainLoop::background(std::function<void()> job) {
     pool_.run(std::move(job));
 }
 
-void QtMainLoop::finish(std::chrono::milliseconds patience) {
-    pool_.finish(patience);
+bool QtMainLoop::finish(std::chrono::milliseconds patience) {
+    return pool_.finish(patience);
 }
 
 } // namespace mnemora::desktop

@@ -25,11 +25,12 @@ class QtMainLoop : public MainLoop {
                                                std::function<void()> job) override;
     void background(std::function<void()> job) override;
 
-    /// Drops posted and waiting work and gives running background jobs that long to end.
-    void finish(std::chrono::milliseconds patience);
+    /// Drops background work that hasn't begun and gives what runs that long to end. False when
+    /// some of it still runs then.
+    [[nodiscard]] bool finish(std::chrono::milliseconds patience);
 
   private:
-    std::unique_ptr<QObject> receiver_; // of posted jobs; null after finish()
+    std::unique_ptr<QObject> receiver_; // of posted jobs
     BackgroundPool pool_;
 };
 

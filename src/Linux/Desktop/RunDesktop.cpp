@@ -1,14 +1,8 @@
 #include "Linux/Desktop/RunDesktop.h"
 
-#include "Linux/Accessibility/AccessibleWindows.h"
-#include "Linux/Desktop/ApplicationCatalogue.h"
-#include "Linux/Desktop/FocusedWindowTitles.h"
-#include "Linux/Desktop/FrontContentGuard.h"
-#include "Linux/Desktop/GLibThread.h"
-#include "Linux/Desktop/QtMainLoop.h"
-#include "Linux/Desktop/SessionState.h"
+#include "Linux/Desktop/Composition.h"
 #include "Linux/Desktop/TerminationSignals.h"
-#include "Linux/X11/X11Workspace.h"
+#include "Linux/X11/Connection.h"
 #include "Log.h"
 #include "Platform/DesktopServices.h"
 #include "Shell/AppDelegate.h"
@@ -17,6 +11,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -26,28 +21,11 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto patienceAtQuit = 500ms;
-// The accessibility bus may have to be started first.
-constexpr auto patienceAtStart = 1500ms;
 
-/// Makes the services of this session and installs them; false, with the cause, without a display.
-bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& listener,
-                     std::string& reason) {
-    const auto windows = std::make_shared<atspi::AccessibleWindows>();
-    const auto entries = std::make_shared<DesktopEntries>(listener);
-    const auto catalogue = std::make_shared<const ApplicationCatalogue>(entries);
-    const auto session = std::make_shared<const SessionState>(listener);
-    const auto workspace = x11::X11Workspace::create(mainLoop, catalogue, session, &reason);
-    if (!workspace)
-        return false;
-    DesktopServices services;
-    services.mainLoop = mainLoop;
-    services.workspace = workspace;
-    services.accessibility = std::make_shared<FocusedWindowTitles>(
-        windows, catalogue, [workspace] { return workspace->lastFrontWindow(); });
-    installDesktopServices(std::move(services));
-    // The first thing the sampler says is whether titles can be read.
-    (void)windows->waitUntilKnown(patienceAtStart);
-    return true;
+int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop) {
+    AppDelegate delegate(store);
+    mainLoop->post([&] { delegate.applicationDidFinishLaunching(); });
+    return QCoreApplication::exec();
 }
 
 int run(MnemoraStore& store, int argc, char** argv) {
@@ -58,7 +36,7 @@ int run(MnemoraStore& store, int argc, char** argv) {
         return 0;
     }
     std::signal(SIGPIPE, SIG_IGN); // a peer that goes away shows as a failed write
-    QCoreApplication application(argc, argv);
+    const QCoreApplication application(argc, argv);
     const TerminationSignals termination([] { QCoreApplication::quit(); });
     const auto mainLoop = std::make_shared<QtMainLoop>();
     GLibThread listener("desktop-state");
@@ -66,11 +44,11 @@ int run(MnemoraStore& store, int argc, char** argv) {
         logError("no display: " + reason);
         return 0;
     }
-    auto delegate = std::make_unique<AppDelegate>(store);
-    mainLoop->post([&] { delegate->applicationDidFinishLaunching(); });
-    const int status = QCoreApplication::exec();
-    delegate.reset();
-    mainLoop->finish(patienceAtQuit);
+    const int status = runLoop(store, mainLoop);
+    // A job that goes on holds the store and the services: everything has to stay where it is
+    // until the process is gone. The database survives that at any moment.
+    if (!mainLoop->finish(patienceAtQuit))
+        std::_Exit(status);
     installDesktopServices({});
     return status;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 
@@ -37,6 +38,8 @@ FrontWindowWatcher::~FrontWindowWatcher() {
         ending_ = true;
     }
     wake();
+    // A server that is held or hangs would keep the thread in the middle of a request.
+    shutdown(connection_->descriptor(), SHUT_RDWR);
     thread_.join();
 }
 

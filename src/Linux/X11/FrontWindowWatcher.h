@@ -38,7 +38,7 @@ class FrontWindowWatcher {
     /// thread whenever another window may be in front.
     [[nodiscard]] static std::unique_ptr<FrontWindowWatcher> start(std::function<void()> changed,
                                                                    std::string* reason = nullptr);
-    /// Ends the thread; waits only for a request that the server is answering.
+    /// Ends the connection and the thread.
     ~FrontWindowWatcher();
     FrontWindowWatcher(const FrontWindowWatcher&) = delete;
     FrontWindowWatcher& operator=(const FrontWindowWatcher&) = delete;

@@ -83,6 +83,10 @@ std::optional<RunningApplication> X11Workspace::frontOf(const DisplayState& stat
     return application(state.front->identity);
 }
 
+std::optional<RunningApplication> X11Workspace::lastFrontmostApplication() const {
+    return frontOf(watcher_->last());
+}
+
 std::optional<desktop::FrontWindow> X11Workspace::lastFrontWindow() const {
     return watcher_->last().front;
 }

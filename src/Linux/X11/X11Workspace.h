@@ -42,6 +42,8 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
 
     /// Settings addresses open nothing until this is given.
     void setSettingsOpener(SettingsOpener opener) { openSettings_ = std::move(opener); }
+    /// The frontmost application by the last reading, at once. Any thread.
+    [[nodiscard]] std::optional<RunningApplication> lastFrontmostApplication() const;
     /// The window in front by the last reading, at once. Any thread.
     [[nodiscard]] std::optional<desktop::FrontWindow> lastFrontWindow() const;
     /// The window in front, read anew; absent also where that takes longer than `patience` and

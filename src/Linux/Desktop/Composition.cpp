@@ -1,0 +1,84 @@
+#include "Linux/Desktop/Composition.h"
+
+#include "Capture/Privacy.h"
+#include "Linux/Accessibility/AccessibleWindows.h"
+#include "Linux/Browsers/AccessiblePages.h"
+#include "Linux/Browsers/BrowserScriptHost.h"
+#include "Linux/Browsers/PageSocket.h"
+#include "Linux/Desktop/ApplicationCatalogue.h"
+#include "Linux/Desktop/FocusedWindowTitles.h"
+#include "Linux/Desktop/FrontContentGuard.h"
+#include "Linux/Desktop/SessionState.h"
+#include "Linux/X11/X11Workspace.h"
+#include "Platform/DesktopServices.h"
+#include "Support/Installation.h"
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+
+namespace mnemora::desktop {
+namespace {
+
+using namespace std::chrono_literals;
+
+// The accessibility bus may have to be started first.
+constexpr auto patienceAtStart = 1500ms;
+
+std::filesystem::path hostProgram() {
+    std::error_code error;
+    const auto program = installation::helpers() / "mnemora-browser-host";
+    const auto resolved = std::filesystem::canonical(program, error);
+    return error ? program : resolved;
+}
+
+std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspace>& workspace,
+                                           const std::shared_ptr<FrontWindowGuard>& guard) {
+    const auto frontmost = [workspace]() -> std::optional<std::string> {
+        const auto front = workspace->lastFrontmostApplication();
+        return front ? front->bundleIdentifier : std::nullopt;
+    };
+    const auto fallback = std::make_shared<browsers::AccessiblePages>(
+        browsers::AccessiblePages::Options{.frontmostApplication = frontmost, .guard = guard});
+    const std::shared_ptr<ScriptHost> host = browsers::BrowserScriptHost::create(
+        {.socket = browsers::pageSocketPath(),
+         .hostProgram = hostProgram(),
+         .frontmostApplication = frontmost,
+         .withholds =
+             [](const std::string& bundleIdentifier, const std::string& title) {
+                 return Privacy::shouldRedact(bundleIdentifier, title);
+             },
+         .fallback = fallback});
+    return host ? host : fallback;
+}
+
+} // namespace
+
+bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& listener,
+                     std::string& reason) {
+    const auto windows = std::make_shared<atspi::AccessibleWindows>();
+    const auto entries = std::make_shared<DesktopEntries>(listener);
+    const auto catalogue = std::make_shared<const ApplicationCatalogue>(entries);
+    const auto session = std::make_shared<const SessionState>(listener);
+    const auto workspace = x11::X11Workspace::create(mainLoop, catalogue, session, &reason);
+    if (!workspace)
+        return false;
+    const auto guard = std::make_shared<FrontContentGuard>(
+        [workspace](std::chrono::milliseconds patience) {
+            return workspace->freshFrontWindow(patience);
+        },
+        windows, catalogue);
+    DesktopServices services;
+    services.mainLoop = mainLoop;
+    services.workspace = workspace;
+    services.accessibility = std::make_shared<FocusedWindowTitles>(
+        windows, catalogue, [workspace] { return workspace->lastFrontWindow(); });
+    services.scriptHost = makeScriptHost(workspace, guard);
+    installDesktopServices(std::move(services));
+    // The first thing the sampler says is whether titles can be read.
+    (void)windows->waitUntilKnown(patienceAtStart);
+    return true;
+}
+
+} // namespace mnemora::desktop
