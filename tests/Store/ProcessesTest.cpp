@@ -42,20 +42,30 @@ class Writer {
 
     void kill() const { ::kill(pid_, SIGKILL); }
 
+    /// Waits until it has reported `count` events in all.
+    void awaitEvents(long count) {
+        std::array<char, 64> chunk{};
+        while (std::ranges::count(reported_, '\n') < count) {
+            const ssize_t size = read(output_.get(), chunk.data(), chunk.size());
+            ASSERT_GT(size, 0);
+            reported_.append(chunk.data(), static_cast<size_t>(size));
+        }
+    }
+
     /// How many events it reported as stored, and its wait status.
     std::pair<int, int> finish() {
-        std::string reported;
         std::array<char, 4096> chunk{};
         for (ssize_t size = 0; (size = read(output_.get(), chunk.data(), chunk.size())) > 0;)
-            reported.append(chunk.data(), static_cast<size_t>(size));
+            reported_.append(chunk.data(), static_cast<size_t>(size));
         int status = 0;
         EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
-        return {static_cast<int>(std::ranges::count(reported, '\n')), status};
+        return {static_cast<int>(std::ranges::count(reported_, '\n')), status};
     }
 
   private:
     pid_t pid_ = 0;
     FileDescriptor output_;
+    std::string reported_;
 };
 
 TEST_F(StoreTest, TwoProcessesLoseNeitherEventsNorVectors) {
@@ -76,7 +86,8 @@ TEST_F(StoreTest, AKilledWriterLosesAtMostTheEventBeingWritten) {
     int before = 0;
     for (int round = 0; round < 50; ++round) {
         Writer writer("round" + std::to_string(round), 100'000);
-        usleep(static_cast<useconds_t>(1000 * (5 + random() % 40)));
+        writer.awaitEvents(static_cast<long>(random() % 4));
+        usleep(static_cast<useconds_t>(random() % 8000)); // anywhere within a few writes
         writer.kill();
         const auto [reported, status] = writer.finish();
         EXPECT_TRUE(WIFSIGNALED(status));
