@@ -4,6 +4,7 @@
 #include "Platform/Accessibility.h"
 #include "Platform/Audio.h"
 #include "Platform/MainLoop.h"
+#include "Platform/Panel.h"
 #include "Platform/ScreenCapture.h"
 #include "Platform/ScriptHost.h"
 #include "Platform/SpeechRecognizer.h"
@@ -26,6 +27,7 @@ struct DesktopServices {
     std::shared_ptr<AudioInput> audioInput = {};
     std::shared_ptr<SystemAudio> systemAudio = {};
     std::shared_ptr<SpeechService> speech = {};
+    std::shared_ptr<Panels> panels = {};
 };
 
 /// The installed services; all null before installation.
