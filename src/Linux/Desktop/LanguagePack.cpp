@@ -30,7 +30,8 @@ Integer number(const std::string& bytes, std::size_t offset) {
 
 std::string fromUtf16(std::string_view bytes) {
     std::u16string units(bytes.size() / 2, u'\0');
-    std::memcpy(units.data(), bytes.data(), units.size() * 2);
+    if (!units.empty())
+        std::memcpy(units.data(), bytes.data(), units.size() * 2);
     std::string text;
     for (std::size_t i = 0; i < units.size(); ++i) {
         char32_t point = units[i];

@@ -2,6 +2,7 @@
 
 #include <QMetaObject>
 #include <QObject>
+#include <QPointer>
 #include <QTimer>
 
 #include <utility>
@@ -9,28 +10,29 @@
 namespace mnemora::desktop {
 namespace {
 
-/// A timer may be destroyed by its own job, so the toolkit's object goes a turn later.
-struct LaterDeleter {
-    void operator()(QTimer* timer) const {
+/// A timer may be destroyed by its own job, so the toolkit's object goes a turn later, or with the
+/// loop that is its parent.
+struct QtTimer : Timer {
+    QPointer<QTimer> timer;
+
+    ~QtTimer() override {
+        if (timer.isNull())
+            return;
         timer->stop();
         timer->disconnect();
         timer->deleteLater();
     }
 };
 
-struct QtTimer : Timer {
-    std::unique_ptr<QTimer, LaterDeleter> timer;
-};
-
 // The toolkit runs a late timer once and then falls back into step, however many turns it missed,
 // and its clock stands still while the machine sleeps: no burst after a stall or a suspend.
-std::unique_ptr<Timer> started(std::chrono::milliseconds interval, bool once,
+std::unique_ptr<Timer> started(QObject* parent, std::chrono::milliseconds interval, bool once,
                                std::function<void()> job) {
     auto result = std::make_unique<QtTimer>();
-    result->timer.reset(std::make_unique<QTimer>().release());
+    result->timer = std::make_unique<QTimer>(parent).release();
     result->timer->setSingleShot(once);
     result->timer->setTimerType(Qt::PreciseTimer);
-    QObject::connect(result->timer.get(), &QTimer::timeout,
+    QObject::connect(result->timer.data(), &QTimer::timeout,
                      [job = std::move(job)] { runGuarded(job); });
     result->timer->start(interval);
     return result;
@@ -49,12 +51,12 @@ void QtMainLoop::post(std::function<void()> job) {
 
 std::unique_ptr<Timer> QtMainLoop::every(std::chrono::milliseconds interval,
                                          std::function<void()> job) {
-    return started(interval, false, std::move(job));
+    return started(receiver_.get(), interval, false, std::move(job));
 }
 
 std::unique_ptr<Timer> QtMainLoop::after(std::chrono::milliseconds delay,
                                          std::function<void()> job) {
-    return started(delay, true, std::move(job));
+    return started(receiver_.get(), delay, true, std::move(job));
 }
 
 void QtMainLoop::background(std::function<void()> job) {

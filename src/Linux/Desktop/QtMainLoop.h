@@ -30,7 +30,7 @@ class QtMainLoop : public MainLoop {
     [[nodiscard]] bool finish(std::chrono::milliseconds patience);
 
   private:
-    std::unique_ptr<QObject> receiver_; // of posted jobs
+    std::unique_ptr<QObject> receiver_; // of posted jobs; parent of timers
     BackgroundPool pool_;
 };
 

@@ -49,7 +49,8 @@ std::pair<std::string, std::string> instanceAndClass(std::string_view bytes) {
 template <class Integer>
 std::vector<Integer> numbers(const std::string& bytes) {
     std::vector<Integer> result(bytes.size() / sizeof(Integer));
-    std::memcpy(result.data(), bytes.data(), result.size() * sizeof(Integer));
+    if (!result.empty())
+        std::memcpy(result.data(), bytes.data(), result.size() * sizeof(Integer));
     return result;
 }
 
