@@ -20,6 +20,12 @@ enum class FrameKind : std::uint32_t {
     unavailable = 2, ///< child: can't work; the payload is the reason
     picture = 3,     ///< parent: recognise the text of the attached picture
     lines = 4,       ///< child: the text recognised
+    sound = 5,       ///< parent: more of a stream's sound
+    endOfSound = 6,  ///< parent: recognise what there is of a stream, then forget it
+    closeStream = 7, ///< parent: forget a stream
+    speaking = 8,    ///< child: somebody began to speak in a stream
+    utterance = 9,   ///< child: something said in a stream
+    soundEnded = 10, ///< child: endOfSound is done
 };
 
 struct Frame {

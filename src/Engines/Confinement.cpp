@@ -93,13 +93,16 @@ void denyFiles() {
 
 } // namespace
 
-void enterBackground() {
+void enterBackground(Share share) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     prctl(PR_SET_DUMPABLE, 0);
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
+    constexpr int littleBehind = 5;
     const sched_param parameters{};
-    if (sched_setscheduler(0, SCHED_IDLE, &parameters) != 0)
+    if (share == Share::little)
+        setpriority(PRIO_PROCESS, 0, littleBehind);
+    else if (sched_setscheduler(0, SCHED_IDLE, &parameters) != 0)
         setpriority(PRIO_PROCESS, 0, 19);
 }
 

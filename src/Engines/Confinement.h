@@ -1,5 +1,6 @@
 #pragma once
-// What an engine's process does to itself: it works only when nobody else wants the processor,
+// What an engine's process does to itself: it works only when nobody else wants the processor, or
+// behind everybody else,
 // ends with its parent, and, once its weights are loaded, gives up everything but calculating and
 // answering. The engines are large native code fed with whatever is on screen or on the line.
 
@@ -8,10 +9,16 @@
 
 namespace mnemora::engines {
 
-/// The idle scheduling class (else the lowest priority), no core dumps, no debugger of the same
+/// How much of the processor an engine gets while others want it too.
+enum class Share {
+    leftOver, ///< nothing: the idle scheduling class, else the lowest priority
+    little,   ///< a few nice levels behind the user's programs: somebody waits for the answer
+};
+
+/// Lowers the priority; no core dumps, no debugger of the same
 /// user, an end by SIGKILL when the thread that started this process ends. Called first, before
 /// any thread exists.
-void enterBackground();
+void enterBackground(Share share);
 
 /// Takes away, from all threads of the process and for good: opening or changing any file, every
 /// kind of socket, starting programs, signalling or inspecting other processes. What is left is

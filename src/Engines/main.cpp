@@ -3,6 +3,7 @@
 
 #include "Engines/Confinement.h"
 #include "Engines/Recognition/RecognitionEngine.h"
+#include "Engines/Speech/SpeechEngine.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,11 +28,15 @@ int main(int count, char** words) {
         std::fputs("mnemora-engines is started by mnemora itself.\n", stderr);
         return EXIT_FAILURE;
     }
-    mnemora::engines::enterBackground();
+    using mnemora::engines::Share;
     const std::string_view engine = words[1];
+    // A picture has until the next one; words are wanted while people still speak.
+    mnemora::engines::enterBackground(engine == "speech" ? Share::little : Share::leftOver);
     int status = EXIT_FAILURE;
     if (engine == "recognition")
         status = mnemora::engines::runRecognition(socketDescriptor, words[2]);
+    else if (engine == "speech")
+        status = mnemora::engines::runSpeech(socketDescriptor, words[2]);
     // The inference runtime's own clean-up opens files and joins threads, which the lock forbids
     // and the process's end makes needless.
     _exit(status);

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <malloc.h>
 #include <memory>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -78,6 +79,13 @@ bool answerNext(int socket, recognition::PictureReader& reader) {
     return lines && sendFrame(socket, FrameKind::lines, encodeLines(*lines), -1, std::nullopt);
 }
 
+/// Each shape that the networks meet brings buffers of its own size. Mapped one by one they return
+/// when they are freed; between small blocks of the heap they left a hundred megabytes behind.
+void mapLargeBlocks() {
+    mallopt(M_MMAP_THRESHOLD, 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 8 * 1024 * 1024);
+}
+
 int refuse(int socket, const std::string& reason) {
     (void)sendFrame(socket, FrameKind::unavailable, reason, -1, std::nullopt);
     return EXIT_FAILURE;
@@ -86,6 +94,7 @@ int refuse(int socket, const std::string& reason) {
 } // namespace
 
 int runRecognition(int socket, const std::filesystem::path& model) {
+    mapLargeBlocks();
     const auto networks = loadNetworks(model);
     if (!networks)
         return refuse(socket, networks.description());

@@ -1,0 +1,91 @@
+#include "Engines/SpeechFrames.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace mnemora::engines {
+namespace {
+
+constexpr double lowestRate = 8000;
+constexpr double highestRate = 384000;
+constexpr int mostChannels = 32;
+
+template <class Value>
+void append(std::string& bytes, const Value& value) {
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+
+template <class Value>
+bool take(std::string_view& bytes, Value& value) {
+    if (bytes.size() < sizeof(value))
+        return false;
+    std::memcpy(&value, bytes.data(), sizeof(value));
+    bytes.remove_prefix(sizeof(value));
+    return true;
+}
+
+} // namespace
+
+bool isPossibleSound(double sampleRate, int channels) {
+    return sampleRate >= lowestRate && sampleRate <= highestRate && channels > 0 &&
+           channels <= mostChannels;
+}
+
+std::string encodeSound(const SoundPiece& piece) {
+    std::string bytes;
+    bytes.reserve(16 + piece.samples.size_bytes());
+    append(bytes, piece.stream);
+    append(bytes, piece.channels);
+    append(bytes, piece.sampleRate);
+    bytes.append(reinterpret_cast<const char*>(piece.samples.data()), piece.samples.size_bytes());
+    return bytes;
+}
+
+std::optional<SoundPiece> decodeSound(std::string_view payload, std::vector<float>& samples) {
+    SoundPiece piece;
+    if (!take(payload, piece.stream) || !take(payload, piece.channels) ||
+        !take(payload, piece.sampleRate) || piece.channels > mostChannels ||
+        !isPossibleSound(piece.sampleRate, static_cast<int>(piece.channels)) ||
+        payload.size() % (sizeof(float) * piece.channels) != 0)
+        return std::nullopt;
+    samples.resize(payload.size() / sizeof(float));
+    std::memcpy(samples.data(), payload.data(), payload.size());
+    for (float& sample : samples)
+        sample = std::isfinite(sample) ? std::clamp(sample, -1.0F, 1.0F) : 0.0F;
+    piece.samples = samples;
+    return piece;
+}
+
+std::string encodeStream(StreamNumber stream) {
+    std::string bytes;
+    append(bytes, stream);
+    return bytes;
+}
+
+std::optional<StreamNumber> decodeStream(std::string_view payload) {
+    StreamNumber stream = 0;
+    if (!take(payload, stream) || !payload.empty())
+        return std::nullopt;
+    return stream;
+}
+
+std::string encodeUtterance(const Utterance& utterance) {
+    std::string bytes;
+    append(bytes, utterance.stream);
+    append(bytes, utterance.start);
+    append(bytes, utterance.end);
+    return bytes + utterance.text;
+}
+
+std::optional<Utterance> decodeUtterance(std::string_view payload) {
+    Utterance utterance;
+    if (!take(payload, utterance.stream) || !take(payload, utterance.start) ||
+        !take(payload, utterance.end) || !(utterance.start >= 0) ||
+        !(utterance.end >= utterance.start) || !std::isfinite(utterance.end))
+        return std::nullopt;
+    utterance.text = payload;
+    return utterance;
+}
+
+} // namespace mnemora::engines
