@@ -163,7 +163,9 @@ std::optional<EngineTextRecognizer::Lines> EngineTextRecognizer::ask(const Job& 
     if (!frame || frame->kind != engines::FrameKind::lines)
         return std::nullopt;
     auto lines = engines::decodeLines(frame->payload);
-    for (auto& line : lines ? *lines : Lines{})
+    if (!lines)
+        return std::nullopt;
+    for (auto& line : *lines)
         if (line.bestCandidate)
             line.bestCandidate = repairedUtf8(*line.bestCandidate);
     return lines;

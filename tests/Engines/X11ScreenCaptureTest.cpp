@@ -1,0 +1,191 @@
+// Pictures of a real X server.
+
+#include "Linux/Screen/X11ScreenCapture.h"
+
+#include "Support/FileDescriptor.h"
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <deque>
+#include <gtest/gtest.h>
+#include <optional>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <xcb/xcb.h>
+
+extern char** environ;
+
+namespace mnemora::x11 {
+namespace {
+
+/// Xvfb on a free display, which DISPLAY names while it runs.
+class XServer {
+  public:
+    XServer() {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) != 0)
+            return;
+        FileDescriptor reading(ends[0]);
+        FileDescriptor writing(ends[1]);
+        std::array<std::string, 9> words{"Xvfb",      "-displayfd", std::to_string(writing.get()),
+                                         "-screen",   "0",          "320x200x24",
+                                         "-nolisten", "tcp",        "-noreset"};
+        std::vector<char*> arguments;
+        for (auto& word : words)
+            arguments.push_back(word.data());
+        arguments.push_back(nullptr);
+        if (posix_spawnp(&pid_, "Xvfb", nullptr, nullptr, arguments.data(), environ) != 0)
+            return;
+        writing.reset();
+        // The number may come in pieces; a line feed ends it.
+        std::string display;
+        for (char digit = 0; read(reading.get(), &digit, 1) == 1 && digit != '\n';)
+            display += digit;
+        setenv("DISPLAY", (":" + display).c_str(), 1);
+        unsetenv("WAYLAND_DISPLAY");
+        unsetenv("XDG_SESSION_TYPE");
+    }
+    XServer(const XServer&) = delete;
+    XServer& operator=(const XServer&) = delete;
+    ~XServer() {
+        signal(SIGCONT);
+        signal(SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    void signal(int number) const { kill(pid_, number); }
+
+  private:
+    pid_t pid_ = -1;
+};
+
+/// Paints the root window.
+class Painter {
+  public:
+    Painter() : connection_(xcb_connect(nullptr, nullptr)) {
+        root_ = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
+    }
+    Painter(const Painter&) = delete;
+    Painter& operator=(const Painter&) = delete;
+    ~Painter() { xcb_disconnect(connection_); }
+
+    void paint(std::int16_t left, std::uint16_t width, std::uint32_t colour) {
+        const auto context = xcb_generate_id(connection_);
+        const std::array<std::uint32_t, 2> values{colour, XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS};
+        xcb_create_gc(connection_, context, root_, XCB_GC_FOREGROUND | XCB_GC_SUBWINDOW_MODE,
+                      values.data());
+        const xcb_rectangle_t area{left, 0, width, 200};
+        xcb_poly_fill_rectangle(connection_, root_, context, 1, &area);
+        settle();
+    }
+
+  private:
+    void settle() {
+        std::free(
+            xcb_get_input_focus_reply(connection_, xcb_get_input_focus(connection_), nullptr));
+    }
+
+    xcb_connection_t* connection_;
+    xcb_window_t root_ = 0;
+};
+
+/// Answers in turn; the last answer stays.
+struct ScriptedGuard final : FrontWindowGuard {
+    bool contentMayBeRead() override {
+        const bool answer = answers.front();
+        if (answers.size() > 1)
+            answers.pop_front();
+        return answer;
+    }
+    std::deque<bool> answers{true};
+};
+
+class X11ScreenCaptureTest : public ::testing::Test {
+  protected:
+    XServer server_;
+    std::shared_ptr<ScriptedGuard> guard_ = std::make_shared<ScriptedGuard>();
+    bool hasRoom_ = true;
+    X11ScreenCapture capture_{guard_, [this] { return hasRoom_; }};
+};
+
+std::uint32_t pixelAt(const Image& image, int x, int y) {
+    const auto at = static_cast<std::size_t>(y) * image.stride + static_cast<std::size_t>(x) * 4;
+    const auto& bytes = *image.pixels;
+    return static_cast<std::uint32_t>(bytes[at + 2] << 16 | bytes[at + 1] << 8 | bytes[at]);
+}
+
+TEST_F(X11ScreenCaptureTest, PicturesTheScreenAsItIs) {
+    Painter painter;
+    painter.paint(0, 320, 0x102030);
+    painter.paint(100, 50, 0xFF8001);
+    ASSERT_TRUE(capture_.isPermitted());
+    const auto displays = capture_.displays();
+    ASSERT_TRUE(displays);
+    ASSERT_EQ(displays->size(), 1U);
+    const auto& display = displays->front();
+    EXPECT_EQ(display.width, 320);
+    EXPECT_EQ(display.height, 200);
+    const auto image = capture_.image(display, 320, 200);
+    ASSERT_TRUE(image) << image.description();
+    EXPECT_EQ(pixelAt(*image, 0, 0), 0x102030U);
+    EXPECT_EQ(pixelAt(*image, 99, 199), 0x102030U);
+    EXPECT_EQ(pixelAt(*image, 100, 0), 0xFF8001U);
+    EXPECT_EQ(pixelAt(*image, 149, 199), 0xFF8001U);
+}
+
+TEST_F(X11ScreenCaptureTest, PicturesNoDisplayThatHasChanged) {
+    auto display = capture_.displays()->front();
+    EXPECT_FALSE(capture_.image(display, 160, 200));
+    ++display.identifier;
+    EXPECT_FALSE(capture_.image(display, 320, 200));
+}
+
+TEST_F(X11ScreenCaptureTest, HasNoPictureWhileSomethingPrivateIsInFront) {
+    const auto display = capture_.displays()->front();
+    guard_->answers = {false};
+    ASSERT_TRUE(capture_.displays());
+    EXPECT_TRUE(capture_.displays()->empty());
+    EXPECT_FALSE(capture_.image(display, 320, 200));
+    // It came between the two looks.
+    guard_->answers = {true, false};
+    EXPECT_FALSE(capture_.image(display, 320, 200));
+    guard_->answers = {true};
+    EXPECT_TRUE(capture_.image(display, 320, 200));
+}
+
+TEST_F(X11ScreenCaptureTest, HasNoDisplayWhileNoPictureWouldBeRecognised) {
+    hasRoom_ = false;
+    ASSERT_TRUE(capture_.displays());
+    EXPECT_TRUE(capture_.displays()->empty());
+}
+
+TEST_F(X11ScreenCaptureTest, IsRefusedInAWaylandSession) {
+    for (const auto& [name, value] :
+         {std::pair{"WAYLAND_DISPLAY", "wayland-0"}, std::pair{"XDG_SESSION_TYPE", "wayland"}}) {
+        setenv(name, value, 1);
+        EXPECT_FALSE(capture_.isPermitted());
+        EXPECT_TRUE(capture_.displays()->empty());
+        unsetenv(name);
+    }
+    EXPECT_TRUE(capture_.isPermitted());
+}
+
+TEST_F(X11ScreenCaptureTest, WaitsForAHungServerOnlySoLong) {
+    const auto display = capture_.displays()->front();
+    server_.signal(SIGSTOP);
+    EXPECT_FALSE(capture_.image(display, 320, 200));
+    server_.signal(SIGCONT);
+    EXPECT_TRUE(capture_.image(display, 320, 200)) << "it works again once the server does";
+}
+
+TEST(X11ScreenCaptureWithoutServer, IsNotPermitted) {
+    setenv("DISPLAY", ":4711", 1);
+    X11ScreenCapture capture(std::make_shared<ScriptedGuard>(), [] { return true; });
+    EXPECT_FALSE(capture.isPermitted());
+    EXPECT_FALSE(capture.displays());
+}
+
+} // namespace
+} // namespace mnemora::x11
