@@ -8,6 +8,9 @@
 namespace mnemora {
 namespace {
 
+/// A reader of our log that has stopped reading must not stop us for long.
+constexpr int patienceMs = 200;
+
 void writeLine(std::string_view prefix, std::string_view message) {
     std::string line;
     line.reserve(prefix.size() + message.size() + 1);
@@ -18,7 +21,7 @@ void writeLine(std::string_view prefix, std::string_view message) {
     }
     line += '\n';
     // Nobody is left to tell when standard error itself fails.
-    (void)writeAll(STDERR_FILENO, line);
+    (void)writeAll(STDERR_FILENO, line, patienceMs);
 }
 
 } // namespace

@@ -11,10 +11,12 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fcntl.h>
 #include <memory>
 #include <string_view>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -25,8 +27,17 @@ std::unique_ptr<MnemoraStore> store;
 
 /// The memory of a process that holds everything its user reads must not land in a core file.
 void forbidCoreDumps() {
-    const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+    // At 0 the kernel still feeds a dump to a handler program, at 1 it never does (core(5)).
+    const rlimit none{.rlim_cur = 1, .rlim_max = 1};
     setrlimit(RLIMIT_CORE, &none);
+}
+
+/// A descriptor that the starter closed would be given to the first file that we open, and what
+/// is written to the standard streams would land in it.
+void fillStandardStreams() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+        if (fcntl(fd, F_GETFD) < 0)
+            (void)open("/dev/null", O_RDWR); // takes the lowest free number
 }
 
 void openStore() {
@@ -39,8 +50,6 @@ void openStore() {
 
 void serveTools() {
     const FileDescriptor replies = MCPServer::keepStandardOutputForReplies();
-    // A client that goes away shows as a failed write.
-    std::signal(SIGPIPE, SIG_IGN);
     prctl(PR_SET_DUMPABLE, 0);
     openStore();
     MCPServer(*store, replies.get()).run();
@@ -49,7 +58,7 @@ void serveTools() {
 
 void runApplication(int argc, char** argv) {
     openStore();
-    std::string reason;
+    std::string reason = "it has no entry";
     const auto desktop = Module::open(installation::libraries() / "libmnemora-desktop.so", &reason);
     auto* run =
         desktop ? desktop->function<int(MnemoraStore&, int, char**)>("runDesktop") : nullptr;
@@ -63,7 +72,10 @@ void runApplication(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    fillStandardStreams();
     forbidCoreDumps();
+    // A reader that goes away, of replies or of the log, shows as a failed write.
+    std::signal(SIGPIPE, SIG_IGN);
     const bool asServer = std::any_of(argv, argv + argc, [](const char* argument) {
         return std::string_view(argument) == "--mcp";
     });

@@ -16,6 +16,9 @@ constexpr std::int64_t minCandidates = 30;
 /// Damps the weight of the first ranks in the fusion.
 constexpr double fusionConstant = 60;
 constexpr double secondsPerHour = 3600;
+/// The index copies its list of words for each word of a query, so a text of megabytes would keep
+/// it busy for minutes. This many characters are far more than anybody asks with.
+constexpr long long maxQueryCharacters = 50'000;
 
 bool isWordCharacter(std::string_view character) {
     const auto c = static_cast<UChar32>(firstCodePoint(character));
@@ -97,7 +100,7 @@ std::string QueryEngine::ftsSanitize(std::string_view text) {
 std::vector<std::int64_t> QueryEngine::keywordIDs(const std::string& query, std::int64_t limit) {
     return store_->query("SELECT events_fts.rowid FROM events_fts\n"
                          "WHERE events_fts MATCH ? ORDER BY bm25(events_fts) LIMIT ?;",
-                         {ftsSanitize(query), limit},
+                         {ftsSanitize(firstCharacters(query, maxQueryCharacters)), limit},
                          [](const RowReader& row) { return row.integer(0); });
 }
 
@@ -115,6 +118,8 @@ std::vector<std::int64_t> QueryEngine::semanticIDs(const std::string& query, std
 
 std::vector<QueryEngine::Row> QueryEngine::searchMemory(const std::string& query,
                                                         std::int64_t limit) {
+    if (limit <= 0)
+        return {};
     const std::int64_t candidates = candidateCount(limit);
     FusionTable fusion;
     fusion.add(keywordIDs(query, candidates));

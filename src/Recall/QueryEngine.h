@@ -36,7 +36,8 @@ class QueryEngine {
     /// Events about a free text: the keyword and the semantic ranking, fused by reciprocal rank
     /// (Cormack, Clarke, Büttcher, SIGIR 2009, k = 60). At most `limit` rows, best first, each
     /// with the first 1,600 characters of its body; equal scores in the order in which the
-    /// rankings name them, keywords first. A negative limit counts as 0.
+    /// rankings name them, keywords first. A negative limit counts as 0; of a query longer than
+    /// 50,000 characters the words behind them are not looked up.
     [[nodiscard]] std::vector<Row> searchMemory(const std::string& query, std::int64_t limit);
 
     /// The newest events with the first 600 characters of their bodies. A negative limit means

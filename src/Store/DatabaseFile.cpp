@@ -55,6 +55,16 @@ bool makePrivateFile(const std::filesystem::path& path) {
     return true;
 }
 
+/// A log that a killed process left behind may date from before its database became private.
+void makeCompanionsPrivate(const std::filesystem::path& path) {
+    for (const char* suffix : {"-wal", "-shm"}) {
+        const FileDescriptor file(
+            open((path.string() + suffix).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        if (file)
+            (void)fchmod(file.get(), 0600);
+    }
+}
+
 bool belongsToSomebodyElse(const std::filesystem::path& folder) {
     struct stat info {};
     return stat(folder.c_str(), &info) == 0 && info.st_uid != geteuid();
@@ -71,6 +81,7 @@ sqlite3* openDatabase(const std::filesystem::path& path) {
     (void)userFolders::makePrivate(path.parent_path());
     if (belongsToSomebodyElse(path.parent_path()) || !makePrivateFile(path))
         return nullptr;
+    makeCompanionsPrivate(path);
     sqlite3* db = nullptr;
     sqlite3_open(path.c_str(), &db);
     if (db == nullptr)

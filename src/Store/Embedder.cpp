@@ -5,12 +5,6 @@
 #include "Text/Characters.h"
 
 namespace mnemora {
-namespace {
-
-/// The model reads a limited number of tokens; what lies far behind would only cost time.
-constexpr long long maxCharacters = 1200;
-
-} // namespace
 
 NLSentenceEmbedder::NLSentenceEmbedder(const std::string& language)
     : emb_(coreServices().sentenceModel(language)) {

@@ -26,6 +26,9 @@ struct Embedder {
 /// The embedder over the platform's sentence model for one language.
 class NLSentenceEmbedder : public Embedder {
   public:
+    /// The model reads a limited number of tokens; what lies far behind would only cost time.
+    static constexpr long long maxCharacters = 1200;
+
     /// Asks the platform for its model; writes one error line when it has none. No retry follows.
     explicit NLSentenceEmbedder(const std::string& language);
 

@@ -4,10 +4,12 @@
 #include "Platform/CoreServices.h"
 #include "Store/DatabaseFile.h"
 #include "Store/Statement.h"
+#include "Text/Characters.h"
 #include "Text/Encoding.h"
 
 #include <cstring>
 #include <sqlite3.h>
+#include <utility>
 
 namespace mnemora {
 namespace {
@@ -27,6 +29,13 @@ std::string embedBasis(const std::optional<std::string>& person,
         basis += **part;
     }
     return basis;
+}
+
+/// What will be embedded of a row of id, person, title and body, and no more: thousands of whole
+/// bodies would not fit the memory.
+std::string embeddedPart(const RowReader& row) {
+    const std::string basis = embedBasis(row.text(1), row.text(2), row.text(3));
+    return std::string(firstCharacters(basis, NLSentenceEmbedder::maxCharacters));
 }
 
 void bindAll(const Statement& statement, const std::vector<BindValue>& values) {
@@ -69,7 +78,8 @@ MnemoraStore::MnemoraStore(std::unique_ptr<Embedder> embedder)
 }
 
 MnemoraStore::~MnemoraStore() {
-    sqlite3_close(db_);
+    // Behind the jobs that still wait; one that comes later finds no connection.
+    q_.sync([this] { sqlite3_close(std::exchange(db_, nullptr)); });
 }
 
 std::string MnemoraStore::dbPath() {
@@ -93,37 +103,38 @@ void MnemoraStore::forEachRow(const std::string& sql, const std::vector<BindValu
 
 bool MnemoraStore::insert(const MnemoraEvent& event, double dedupWindow) {
     bool stored = false;
-    q_.sync([&] { stored = insertOnQueue(event, dedupWindow); });
+    q_.sync([&] {
+        const auto id = insertOnQueue(event, dedupWindow);
+        stored = id.has_value();
+        if (id)
+            storeEmbeddingOnQueue(*id, embedBasis(event.person, event.title, event.body));
+    });
     return stored;
 }
 
-bool MnemoraStore::insertOnQueue(const MnemoraEvent& event, double dedupWindow) {
+std::optional<std::int64_t> MnemoraStore::insertOnQueue(const MnemoraEvent& event,
+                                                        double dedupWindow) {
     const std::string hash = event.hash();
     if (recentlyHas(hash, dedupWindow))
-        return false;
-    {
-        const Statement statement(
-            db_,
-            "INSERT INTO events (ts, source, app, bundle, kind, person, title, url, body, hash)\n"
-            "VALUES (?,?,?,?,?,?,?,?,?,?);");
-        if (!statement)
-            return false;
-        statement.bind(1, event.ts);
-        statement.bind(2, event.source);
-        statement.bind(3, event.app);
-        statement.bind(4, event.bundle);
-        statement.bind(5, event.kind);
-        statement.bind(6, event.person);
-        statement.bind(7, event.title);
-        statement.bind(8, event.url);
-        statement.bind(9, event.body);
-        statement.bind(10, hash);
-        if (!statement.stepToDone())
-            return false;
-    }
-    storeEmbeddingOnQueue(sqlite3_last_insert_rowid(db_),
-                          embedBasis(event.person, event.title, event.body));
-    return true;
+        return std::nullopt;
+    const Statement statement(
+        db_, "INSERT INTO events (ts, source, app, bundle, kind, person, title, url, body, hash)\n"
+             "VALUES (?,?,?,?,?,?,?,?,?,?);");
+    if (!statement)
+        return std::nullopt;
+    statement.bind(1, event.ts);
+    statement.bind(2, event.source);
+    statement.bind(3, event.app);
+    statement.bind(4, event.bundle);
+    statement.bind(5, event.kind);
+    statement.bind(6, event.person);
+    statement.bind(7, event.title);
+    statement.bind(8, event.url);
+    statement.bind(9, event.body);
+    statement.bind(10, hash);
+    if (!statement.stepToDone())
+        return std::nullopt;
+    return sqlite3_last_insert_rowid(db_);
 }
 
 bool MnemoraStore::recentlyHas(const std::string& hash, double within) const {
@@ -135,21 +146,21 @@ bool MnemoraStore::recentlyHas(const std::string& hash, double within) const {
     return statement.stepToRow();
 }
 
-void MnemoraStore::storeEmbeddingOnQueue(std::int64_t eventId, std::string_view text) {
+bool MnemoraStore::storeEmbeddingOnQueue(std::int64_t eventId, std::string_view text) {
     if (!embedder_->isAvailable())
-        return;
+        return true;
     const auto vector = embedder_->embed(text);
     if (!vector || vector->empty())
-        return;
+        return true;
     const Statement statement(
         db_, "INSERT OR REPLACE INTO embeddings (event_id, dim, vec) VALUES (?,?,?);");
     if (!statement)
-        return;
+        return false;
     statement.bind(1, eventId);
     statement.bind(2, static_cast<std::int64_t>(vector->size()));
     statement.bind(3, std::as_bytes(std::span(*vector)));
     // What could not be written is found again by the next start's backfill.
-    (void)statement.stepToDone();
+    return statement.stepToDone();
 }
 
 void MnemoraStore::backfillEmbeddings() {
@@ -166,10 +177,13 @@ void MnemoraStore::backfillOnQueue() {
                                        "WHERE em.event_id IS NULL;");
         const RowReader row(statement.get());
         while (statement && statement.stepToRow())
-            missing.emplace_back(row.integer(0), embedBasis(row.text(1), row.text(2), row.text(3)));
+            missing.emplace_back(row.integer(0), embeddedPart(row));
     }
+    // A file that takes no vector now (locked for longer than we wait, full, read-only) would cost
+    // the same wait for each of the others.
     for (const auto& [id, text] : missing)
-        storeEmbeddingOnQueue(id, text);
+        if (!storeEmbeddingOnQueue(id, text))
+            break;
     if (!missing.empty())
         logInfo("backfilled " + std::to_string(missing.size()) + " embeddings");
 }

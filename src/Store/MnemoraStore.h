@@ -90,9 +90,11 @@ class MnemoraStore {
                     const std::function<void(const RowReader&)>& visit);
 
     // Only inside a job on q_:
-    [[nodiscard]] bool insertOnQueue(const MnemoraEvent& event, double dedupWindow);
+    [[nodiscard]] std::optional<std::int64_t> insertOnQueue(const MnemoraEvent& event,
+                                                            double dedupWindow);
     [[nodiscard]] bool recentlyHas(const std::string& hash, double within) const;
-    void storeEmbeddingOnQueue(std::int64_t eventId, std::string_view text);
+    /// False only when there was a vector and it could not be written.
+    bool storeEmbeddingOnQueue(std::int64_t eventId, std::string_view text);
     void backfillOnQueue();
 
     sqlite3* db_ = nullptr; // set once by construction, then used on q_ only

@@ -32,8 +32,13 @@ class FileDescriptor {
     int fd_ = -1;
 };
 
-/// Writes every byte, going on after short writes and signals. False when the other end is gone
-/// or the device is full; some bytes may have been written then.
-[[nodiscard]] bool writeAll(int fd, std::string_view bytes);
+/// Writes every byte, going on after short writes and signals, also to a descriptor that somebody
+/// set non-blocking: such a one is waited for, each time at most `patienceMs` (-1: as long as it
+/// takes). False when the other end is gone, the device is full or patience ran out; some bytes
+/// may have been written then.
+[[nodiscard]] bool writeAll(int fd, std::string_view bytes, int patienceMs = -1);
+
+/// Waits until a non-blocking descriptor has something to read, its end included.
+void awaitReadable(int fd);
 
 } // namespace mnemora

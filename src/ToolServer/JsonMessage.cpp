@@ -79,7 +79,8 @@ class IdNumberFinder : public json::json_sax_t {
 } // namespace
 
 std::optional<json> parseJson(std::string_view line) {
-    if (nestsTooDeep(line))
+    // The library takes a NUL for the end of the text.
+    if (line.find('\0') != std::string_view::npos || nestsTooDeep(line))
         return std::nullopt;
     json value = json::parse(line, nullptr, false);
     if (value.is_discarded())

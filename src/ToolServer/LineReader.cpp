@@ -1,24 +1,37 @@
 #include "ToolServer/LineReader.h"
 
+#include "Support/FileDescriptor.h"
+
 #include <array>
 #include <cerrno>
 #include <unistd.h>
 
 namespace mnemora {
+namespace {
+
+/// What a buffer may keep for the next line; more is given back.
+constexpr std::size_t keptCapacity = std::size_t{1} << 20;
+
+} // namespace
 
 bool LineReader::readMore() {
-    buffer_.erase(0, start_);
-    scanned_ -= start_;
-    start_ = 0;
-    std::array<char, 65536> chunk{};
-    ssize_t size = 0;
-    do {
-        size = read(fd_, chunk.data(), chunk.size());
-    } while (size < 0 && errno == EINTR);
-    if (size <= 0)
-        return false;
-    buffer_.append(chunk.data(), static_cast<std::size_t>(size));
-    return true;
+    if (buffer_.size() > maxLength) {
+        buffer_ = {};
+        scanned_ = 0;
+        skipping_ = true;
+    }
+    std::array<char, 65536> chunk;
+    for (;;) {
+        const ssize_t size = read(fd_, chunk.data(), chunk.size());
+        if (size > 0) {
+            buffer_.append(chunk.data(), static_cast<std::size_t>(size));
+            return true;
+        }
+        if (size == 0 || (errno != EINTR && errno != EAGAIN))
+            return false;
+        if (errno == EAGAIN)
+            awaitReadable(fd_);
+    }
 }
 
 std::optional<std::string> LineReader::next() {
@@ -32,8 +45,14 @@ std::optional<std::string> LineReader::next() {
     const bool terminated = end != std::string::npos;
     if (!terminated && buffer_.empty())
         return std::nullopt;
-    std::string line = buffer_.substr(start_, terminated ? end - start_ : std::string::npos);
-    start_ = scanned_ = terminated ? end + 1 : buffer_.size();
+    std::string line = buffer_.substr(0, end);
+    buffer_.erase(0, terminated ? end + 1 : end);
+    scanned_ = 0;
+    if (buffer_.capacity() > keptCapacity && buffer_.size() < keptCapacity)
+        buffer_.shrink_to_fit();
+    if (skipping_)
+        line.clear();
+    skipping_ = false;
     if (terminated && line.ends_with('\r'))
         line.pop_back();
     return line;

@@ -42,11 +42,15 @@ FileDescriptor MCPServer::keepStandardOutputForReplies() {
 void MCPServer::run() {
     logInfo("MCP server up (stdio). Tools: search_memory, latest_context, active_threads");
     LineReader lines(STDIN_FILENO);
-    while (!clientGone_) {
-        const auto line = lines.next();
-        if (!line)
-            return;
-        handleLine(*line);
+    try {
+        while (!clientGone_) {
+            const auto line = lines.next();
+            if (!line)
+                return;
+            handleLine(*line);
+        }
+    } catch (const std::exception&) {
+        // No memory is left even for a line: the session ends as it does at the end of input.
     }
 }
 

@@ -110,7 +110,8 @@ std::vector<std::int64_t> PlainRecall::keywordRanking(const std::string& query,
         for (const Document& document : documents)
             if (const double f = frequency(document); f > 0)
                 scores[document.id] +=
-                    idf * ((f * (k1 + 1)) / (f + k1 * (1 - b + b * document.length / (total / count))));
+                    idf *
+                    ((f * (k1 + 1)) / (f + k1 * (1 - b + b * document.length / (total / count))));
     }
     std::vector<std::pair<double, std::int64_t>> scored;
     for (const auto& [id, score] : scores)

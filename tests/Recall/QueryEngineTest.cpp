@@ -53,6 +53,7 @@ TEST_F(QueryEngineTest, WithoutAModelTheKeywordsDecide) {
         EXPECT_TRUE(engine.searchMemory(nothing, 10).empty()) << nothing;
     EXPECT_TRUE(engine.searchMemory("plum", 0).empty());
     EXPECT_TRUE(engine.searchMemory("plum", -3).empty());
+    EXPECT_TRUE(engine.searchMemory("plum", INT64_MIN).empty());
     EXPECT_EQ(titles(engine.searchMemory("plum", INT64_MAX)), (Titles{"two", "one"}));
     EXPECT_EQ(output.text(), "");
 }

@@ -5,11 +5,13 @@
 #include "fakes/CapturedStderr.h"
 
 #include <array>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace mnemora::test {
@@ -109,9 +111,29 @@ TEST_F(DatabaseFaultsTest, AReadOnlyFolderIsStillReadable) {
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
+/// A small file system of its own, gone with the scope.
+class SmallDisk {
+  public:
+    explicit SmallDisk(std::filesystem::path folder) : folder_(std::move(folder)) {
+        std::filesystem::create_directories(folder_);
+        mounted_ = mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=2m,mode=0700") == 0;
+    }
+    ~SmallDisk() {
+        if (mounted_)
+            umount2(folder_.c_str(), MNT_DETACH);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    [[nodiscard]] bool mounted() const { return mounted_; }
+
+  private:
+    std::filesystem::path folder_;
+    bool mounted_ = false;
+};
+
 TEST_F(DatabaseFaultsTest, ADiskThatFillsUp) {
-    std::filesystem::create_directories(home.path() / "data");
-    if (mount("tmpfs", (home.path() / "data").c_str(), "tmpfs", 0, "size=2m,mode=0700") != 0)
+    const SmallDisk disk(home.path() / "data");
+    if (!disk.mounted())
         GTEST_SKIP() << "no file system may be mounted here";
     auto& store = open();
     int stored = 0;
@@ -127,7 +149,54 @@ TEST_F(DatabaseFaultsTest, ADiskThatFillsUp) {
     EXPECT_EQ(rows, std::vector<std::int64_t>{stored});
     close();
     expectSound();
-    EXPECT_EQ(umount2((home.path() / "data").c_str(), MNT_DETACH), 0);
+}
+
+/// Counts the texts that it embeds, and takes its time.
+struct WatchedEmbedder : FakeEmbedder {
+    std::atomic<int>& texts;
+    useconds_t delay;
+    explicit WatchedEmbedder(std::atomic<int>& count, useconds_t microseconds = 0)
+        : texts(count), delay(microseconds) {}
+    [[nodiscard]] std::optional<std::vector<float>> embed(std::string_view text) override {
+        ++texts;
+        usleep(delay);
+        return FakeEmbedder::embed(text);
+    }
+};
+
+TEST_F(DatabaseFaultsTest, ABackfillThatCantWriteGivesUp) {
+    auto& without = open(std::make_unique<NoEmbedder>());
+    for (int i = 0; i < 5; ++i)
+        without.insert(event("row " + std::to_string(i)), 90);
+    outside(
+        "CREATE TRIGGER refuse BEFORE INSERT ON embeddings BEGIN SELECT RAISE(FAIL, 'x'); END;");
+    std::atomic<int> texts = 0;
+    auto& store = open(std::make_unique<WatchedEmbedder>(texts));
+    const CapturedStderr output;
+    store.backfillEmbeddings();
+    EXPECT_EQ(texts, 1);
+    EXPECT_EQ(output.text(), "[mnemora] backfilled 5 embeddings\n");
+}
+
+TEST_F(DatabaseFaultsTest, AStoreThatGoesWaitsForItsJobs) {
+    std::atomic<int> texts = 0;
+    auto& store = open(std::make_unique<WatchedEmbedder>(texts, 50'000));
+    std::jthread writer([&] { EXPECT_TRUE(store.insert(event("last"), 90)); });
+    while (texts == 0)
+        std::this_thread::yield();
+    close();
+    writer.join();
+    EXPECT_EQ(outside("SELECT count(*) FROM embeddings;"), std::vector<std::string>{"1"});
+}
+
+TEST_F(DatabaseFaultsTest, ALogOfAKilledProcessBecomesPrivateToo) {
+    open().insert(event("row"), 90);
+    for (const char* suffix : {"", "-wal", "-shm"})
+        std::filesystem::permissions(file().string() + suffix, std::filesystem::perms(0644));
+    const MnemoraStore another(std::make_unique<NoEmbedder>());
+    for (const char* suffix : {"", "-wal", "-shm"})
+        EXPECT_EQ(std::filesystem::status(file().string() + suffix).permissions(),
+                  std::filesystem::perms(0600));
 }
 
 TEST_F(DatabaseFaultsTest, ALockOfAnotherProcessIsWaitedFor) {

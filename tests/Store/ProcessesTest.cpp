@@ -68,6 +68,13 @@ class Writer {
     std::string reported_;
 };
 
+TEST_F(StoreTest, ProcessesHashTheSameContentDifferently) {
+    EXPECT_EQ(Writer("same", 1).finish(), std::pair(1, 0));
+    EXPECT_EQ(Writer("same", 1).finish(), std::pair(1, 0));
+    EXPECT_EQ(outside("SELECT count(*), count(DISTINCT body), count(DISTINCT hash) FROM events;"),
+              std::vector<std::string>{"2|1|2"});
+}
+
 TEST_F(StoreTest, TwoProcessesLoseNeitherEventsNorVectors) {
     Writer first("first", 150);
     Writer second("second", 150);

@@ -7,6 +7,7 @@
 #include <array>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <spawn.h>
@@ -23,7 +24,7 @@ using nlohmann::json;
 /// `mnemora` with the given arguments, its three streams in the test's hands.
 class Server {
   public:
-    explicit Server(std::vector<std::string> arguments = {"--mcp"}) {
+    explicit Server(std::vector<std::string> arguments = {"--mcp"}, bool closeErrors = false) {
         std::array<std::array<int, 2>, 3> pipes{};
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
@@ -32,6 +33,8 @@ class Server {
             EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
             posix_spawn_file_actions_adddup2(&actions, ends[fd == 0 ? 0 : 1], fd);
         }
+        if (closeErrors)
+            posix_spawn_file_actions_addclose(&actions, STDERR_FILENO);
         arguments.insert(arguments.begin(), (installation::prefix() / "bin/mnemora").string());
         std::vector<char*> list;
         for (auto& argument : arguments)
@@ -42,6 +45,8 @@ class Server {
         input_.reset(pipes[0][1]);
         output_.reset(pipes[1][0]);
         errors_.reset(pipes[2][0]);
+        for (size_t fd = 0; fd < 2; ++fd)
+            serverEnds_[fd].reset(fcntl(pipes[fd][fd], F_DUPFD_CLOEXEC, 3));
         ::close(pipes[0][0]);
         ::close(pipes[1][1]);
         ::close(pipes[2][1]);
@@ -57,6 +62,17 @@ class Server {
 
     void send(const std::string& bytes) { EXPECT_TRUE(writeAll(input_.get(), bytes)); }
     void endInput() { input_.reset(); }
+    /// What the server's descriptor refers to.
+    [[nodiscard]] std::string file(int fd) const {
+        return std::filesystem::read_symlink("/proc/" + std::to_string(pid_) + "/fd/" +
+                                             std::to_string(fd))
+            .string();
+    }
+    /// The flag belongs to the pipe's end, which the test has a descriptor of as well.
+    void makeNonBlocking() const {
+        for (const auto& end : serverEnds_)
+            EXPECT_EQ(fcntl(end.get(), F_SETFL, O_NONBLOCK), 0);
+    }
     void stopReadingReplies() { output_.reset(); }
 
     /// The next reply line; empty when none comes within ten seconds.
@@ -89,6 +105,7 @@ class Server {
         int status;
     };
     End finish() {
+        serverEnds_ = {}; // else the replies never end
         End end{.replies = readAll(output_.get()), .errors = readAll(errors_.get()), .status = 0};
         EXPECT_EQ(waitpid(std::exchange(pid_, 0), &end.status, 0) > 0, true);
         return end;
@@ -107,6 +124,7 @@ class Server {
     FileDescriptor input_;
     FileDescriptor output_;
     FileDescriptor errors_;
+    std::array<FileDescriptor, 2> serverEnds_;
 };
 
 class SessionTest : public StoreTest {
@@ -172,6 +190,7 @@ TEST_F(SessionTest, SurvivesHostileLines) {
     const std::string nestedId = std::string(2'500'000, '[') + std::string(2'500'000, ']');
     for (const std::string& line :
          {megabytes, deep, R"({"id":)" + nestedId + R"(,"method":"ping"})",
+          std::string("{\"id\":1,\"method\":\"ping\"}\0", 25), std::string(70'000'000, ' '),
           std::string("{\"id\":1,\"method\":\"ping\"\0}", 24), std::string(1000, '\0'),
           std::string(R"({"id":"\ud800","method":"ping"})"), std::string("\xFF\xFE{\"id\":1}"),
           std::string(R"({"id":1e999,"method":"ping"})")})
@@ -207,6 +226,22 @@ TEST_F(SessionTest, EndsCleanlyWhenTheClientGoesAway) {
     server.stopReadingReplies();
     server.send("{\"id\":2,\"method\":\"ping\"}\n");
     EXPECT_EQ(server.finish().status, 0);
+}
+
+TEST_F(SessionTest, ServesOnDescriptorsThatSomebodyMadeNonBlocking) {
+    Server server;
+    server.makeNonBlocking();
+    const std::string megabytes(3'000'000, 'x');
+    EXPECT_EQ(server.call(R"({"id":")" + megabytes + R"(","method":"ping"})")["id"], megabytes);
+    server.endInput();
+    EXPECT_EQ(server.finish().status, 0);
+}
+
+TEST_F(SessionTest, KeepsStandardStreamsOutOfOtherFiles) {
+    Server server({"--mcp"}, /*closeErrors=*/true);
+    EXPECT_EQ(server.call(R"({"id":1,"method":"ping"})")["id"], 1);
+    EXPECT_EQ(server.file(1), server.file(2));
+    EXPECT_EQ(server.file(2), "/dev/null");
 }
 
 TEST_F(SessionTest, DescribesItsTools) {
