@@ -1,0 +1,65 @@
+#pragma once
+// A connection to the sound server, PulseAudio or PipeWire's stand-in for it, that comes back when
+// the server does and tells which devices are the default ones.
+//
+// The client library's asynchronous API is described at
+// https://www.freedesktop.org/software/pulseaudio/doxygen/async.html
+
+#include "Linux/Sound/PulseHandles.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace mnemora::pulse {
+
+/// Has a thread of its own, on which every event is handed out, none after the destructor.
+/// Destroyed on any thread but that one.
+class ServerConnection {
+  public:
+    struct Events {
+        /// The server's facts, the names of the default devices among them: after connecting, after
+        /// each change of a default or a device, and after refreshLater().
+        std::function<void(ServerConnection&, const pa_server_info&)> facts;
+        /// The connection ended, or an attempt failed; another one follows by itself. What belongs
+        /// to context() is to be let go.
+        std::function<void(const std::string& reason)> lost;
+    };
+
+    /// Begins to connect. Null when there is no thread to be had.
+    [[nodiscard]] static std::unique_ptr<ServerConnection> open(Events events);
+    ~ServerConnection();
+    ServerConnection(const ServerConnection&) = delete;
+    ServerConnection& operator=(const ServerConnection&) = delete;
+
+    /// The connected context. Loop thread, inside or after `facts` and before `lost`.
+    [[nodiscard]] pa_context* context() const { return context_.get(); }
+    /// Ends the loop thread, and with it all events; what belongs to context() can be let go then.
+    /// Any thread but that one.
+    void stop();
+    [[nodiscard]] bool isLoopThread() const;
+    /// Asks for the facts once more, in a while. Loop thread.
+    void refreshLater();
+    /// Why the last call failed, in words. Loop thread.
+    [[nodiscard]] std::string reason() const;
+
+  private:
+    explicit ServerConnection(Events events);
+
+    void connect();
+    void stateChanged();
+    void ready();
+    void refresh();
+    void fail(const std::string& why);
+    /// Runs `step` on the loop thread after the pause between attempts, in place of what waits.
+    void later(void (ServerConnection::*step)());
+    void cancelWaiting();
+
+    const Events events_;
+    MainloopHandle loop_;
+    ContextHandle context_;
+    pa_time_event* waiting_ = nullptr;
+    void (ServerConnection::*step_)() = nullptr; // what waiting_ will run
+};
+
+} // namespace mnemora::pulse
