@@ -9,6 +9,8 @@
 #include "Linux/Desktop/FocusedWindowTitles.h"
 #include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/SessionState.h"
+#include "Linux/Engines/EngineTextRecognizer.h"
+#include "Linux/Screen/X11ScreenCapture.h"
 #include "Linux/X11/X11Workspace.h"
 #include "Platform/DesktopServices.h"
 #include "Support/Installation.h"
@@ -75,6 +77,11 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     services.accessibility = std::make_shared<FocusedWindowTitles>(
         windows, catalogue, [workspace] { return workspace->lastFrontWindow(); });
     services.scriptHost = makeScriptHost(workspace, guard);
+    const auto recognizer =
+        std::make_shared<EngineTextRecognizer>(EngineSettings::ofInstallation());
+    services.textRecognizer = recognizer;
+    services.screenCapture = std::make_shared<x11::X11ScreenCapture>(
+        guard, [recognizer] { return recognizer->hasRoom(); });
     installDesktopServices(std::move(services));
     // The first thing the sampler says is whether titles can be read.
     (void)windows->waitUntilKnown(patienceAtStart);
