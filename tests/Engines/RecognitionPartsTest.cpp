@@ -83,7 +83,7 @@ TEST(Scaling, PadsALineToOneOfFewWidths) {
     EXPECT_FLOAT_EQ(planes.values[239], 1);
     EXPECT_FLOAT_EQ(planes.values[240], 0);
     EXPECT_EQ(paddedLineWidth({0, 0, 1, 20}), 64);
-    EXPECT_EQ(paddedLineWidth({0, 0, 16384, 4}), 4096);
+    EXPECT_EQ(paddedLineWidth({0, 0, 16384, 4}), 3072);
 }
 
 TEST(TextRegions, KeepsConnectedCoresAndGrowsThem) {

@@ -10,9 +10,9 @@ namespace {
 constexpr int longestSide = 1600;
 constexpr int sideStep = 32;
 constexpr int narrowestLine = 16;
-// A line of 240 characters of a small font comes out about this wide; wider ones are squeezed,
+// A line of 180 characters of a common font comes out about this wide; wider ones are squeezed,
 // which bounds the memory of one reading.
-constexpr int widestLine = 4096;
+constexpr int widestLine = 3072;
 
 /// Where a scaled coordinate falls between two source coordinates.
 struct Sample {
