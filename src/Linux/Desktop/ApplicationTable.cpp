@@ -45,7 +45,8 @@ constexpr TableRow rows[] = {
      "tor browser|tor-browser|torbrowser|torbrowser-launcher|org.torproject.torbrowser-launcher|"
      "mullvad browser|mullvad-browser|mullvadbrowser|net.mullvad.mullvadbrowser|qutebrowser|"
      "org.qutebrowser.qutebrowser|min|luakit|badwolf|nyxt|engineer.atlas.nyxt|surf|vimb|"
-     "angelfish|org.kde.angelfish|falkon|org.kde.falkon|konqueror|org.kde.konqueror|konqbrowser|kfmclient_html|midori|"
+     "angelfish|org.kde.angelfish|falkon|org.kde.falkon|konqueror|org.kde.konqueror|konqbrowser|"
+     "kfmclient_html|midori|"
      "org.midori_browser.midori|otter-browser|dooble|netsurf|netsurf-gtk|"
      "com.github.cassidyjames.ephemeral|io.github.ranfdev.ephemeral|gnome-ephemeral"},
 
@@ -126,7 +127,8 @@ constexpr TableRow rows[] = {
      "gcr4-prompter|gcr-prompter4|gnome-keyring|gnome-keyring-prompt|gnome-keyring-daemon|"
      "org.gnome.keyring.systemprompter|mate-keyring-manager"},
     {"com.apple.keychainaccess.kwallet", Browser::None,
-     "kwalletmanager|kwalletmanager5|kwalletmanager5-kwalletd|kwalletmanager6|org.kde.kwalletmanager|"
+     "kwalletmanager|kwalletmanager5|kwalletmanager5-kwalletd|kwalletmanager6|org.kde."
+     "kwalletmanager|"
      "org.kde.kwalletmanager5|org.kde.kwalletmanager6|kwalletd|kwalletd5|kwalletd6|"
      "org.kde.kwalletd5|org.kde.kwalletd6|org.kde.ksecretd|ksecretd|kwallet-query|kwalletaskpass"},
 
@@ -140,14 +142,17 @@ constexpr TableRow rows[] = {
      "com.yubico.yubikeymanager|io.ente.auth|enteauth|ente_auth|ente auth|ente-auth|"
      "proton-authenticator|proton authenticator|me.proton.authenticator|authy|authy desktop|"
      "authy_authy|winauth|gauth|mauborgne|twofactorauth|com.nitrokey.nitrokey-app2|nitrokey-app|"
-     "nitrokey-app2|com.nitrokey.nitrokey-app|nitroauthenticator|nitrokey-authenticator|2fast|totp|goauthing"},
+     "nitrokey-app2|com.nitrokey.nitrokey-app|nitroauthenticator|nitrokey-authenticator|2fast|totp|"
+     "goauthing"},
 
     // Prompts for passwords and pins.
     {"com.apple.keychainaccess.prompt", Browser::None,
      "pinentry|pinentry-gtk|pinentry-gtk2|pinentry-gtk-2|pinentry-gnome3|pinentry-qt|"
      "pinentry-qt4|pinentry-qt5|pinentry-qt6|pinentry-x11|pinentry-fltk|pinentry-efl|"
-     "pinentry-tqt|pinentry-x2go|pinentry-bemenu|pinentry-rofi|org.gnupg.pinentry-qt|org.gnupg.pinentry-qt5|"
-     "ssh-askpass|x11-ssh-askpass|gcr-ssh-askpass|gnome-ssh-askpass|gnome-ssh-askpass2|gnome-ssh-askpass3|"
+     "pinentry-tqt|pinentry-x2go|pinentry-bemenu|pinentry-rofi|org.gnupg.pinentry-qt|org.gnupg."
+     "pinentry-qt5|"
+     "ssh-askpass|x11-ssh-askpass|gcr-ssh-askpass|gnome-ssh-askpass|gnome-ssh-askpass2|gnome-ssh-"
+     "askpass3|"
      "ssh-askpass-gnome|ssh-askpass-fullscreen|ksshaskpass|org.kde.ksshaskpass|seahorse-ssh-"
      "askpass|"
      "ssh-askpass-sudo|lxqt-openssh-askpass|lxqt-sudo|lxsudo|razor-openssh-askpass|"
