@@ -167,7 +167,7 @@ std::optional<EngineTextRecognizer::Lines> EngineTextRecognizer::ask(const Job& 
         return std::nullopt;
     for (auto& line : *lines)
         if (line.bestCandidate)
-            line.bestCandidate = repairedUtf8(*line.bestCandidate);
+            line.bestCandidate = cleanText(*line.bestCandidate);
     return lines;
 }
 
