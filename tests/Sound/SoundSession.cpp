@@ -62,6 +62,11 @@ std::string shell(const std::string& command) {
     return output;
 }
 
+int ourStreams() {
+    const auto mark = "'application.id = \"app.mnemora.Mnemora\"'";
+    return std::stoi(shell(std::string("pactl list source-outputs | grep -c ") + mark));
+}
+
 bool eventually(const std::function<bool()>& condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(15);
     while (!condition()) {

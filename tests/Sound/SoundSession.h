@@ -14,6 +14,9 @@ namespace mnemora::test {
 /// Runs a shell command; its output without the last line feed. A failure fails the test.
 std::string shell(const std::string& command);
 
+/// How many streams of this program the sound server has.
+int ourStreams();
+
 /// Waits until `condition` holds, 15 s at most; whether it came to hold.
 bool eventually(const std::function<bool()>& condition);
 
