@@ -44,10 +44,20 @@ void MeetingRecorder::requestPermissions(std::function<void(bool)> completion) {
         askForMicrophone(false);
 }
 
+void MeetingRecorder::observeRecording(std::function<void(bool recording)> changed) {
+    recordingChanged_ = std::move(changed);
+}
+
+void MeetingRecorder::setRecording(bool recording) {
+    isRecording_ = recording;
+    if (recordingChanged_)
+        recordingChanged_(recording);
+}
+
 void MeetingRecorder::start() {
     if (isRecording_)
         return;
-    isRecording_ = true;
+    setRecording(true);
     const Clock& clock = *coreServices().clock;
     const double moment = clock.now();
     sessionKey_ = wholeSeconds(moment);
@@ -147,7 +157,7 @@ void MeetingRecorder::saveSegment(const std::string& speaker, const std::string&
 void MeetingRecorder::stop() {
     if (!isRecording_)
         return;
-    isRecording_ = false;
+    setRecording(false);
     if (const auto& input = desktopServices().audioInput) {
         input->removeTap();
         input->stop();

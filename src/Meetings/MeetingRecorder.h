@@ -34,11 +34,15 @@ class MeetingRecorder : public std::enable_shared_from_this<MeetingRecorder> {
     /// Ends it; nothing when none is running. Words not yet finalised are dropped.
     void stop();
     [[nodiscard]] bool isRecording() const { return isRecording_; }
+    /// Calls `changed` each time a recording begins, before any sound is heard, and when it
+    /// ends. One observer; an empty function ends it.
+    void observeRecording(std::function<void(bool recording)> changed);
 
   private:
     using Stream = std::shared_ptr<SpeechStream>;
 
     [[nodiscard]] Stream openStream(const std::string& label);
+    void setRecording(bool recording);
     void startMicrophone();
     void startSystemAudio();
     /// The set-up of the system's sound, on a background thread.
@@ -49,6 +53,7 @@ class MeetingRecorder : public std::enable_shared_from_this<MeetingRecorder> {
 
     MnemoraStore& store_;
     bool isRecording_ = false;
+    std::function<void(bool recording)> recordingChanged_;
     std::string sessionKey_;
     std::string sessionTitle_ = "Meeting";
 

@@ -2,13 +2,16 @@
 // The services of a desktop session, installed by the desktop module before the shell starts.
 
 #include "Platform/Accessibility.h"
+#include "Platform/Application.h"
 #include "Platform/Audio.h"
 #include "Platform/MainLoop.h"
 #include "Platform/Panel.h"
 #include "Platform/ScreenCapture.h"
 #include "Platform/ScriptHost.h"
 #include "Platform/SpeechRecognizer.h"
+#include "Platform/StatusItem.h"
 #include "Platform/TextRecognizer.h"
+#include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
 
 #include <memory>
@@ -28,6 +31,9 @@ struct DesktopServices {
     std::shared_ptr<SystemAudio> systemAudio = {};
     std::shared_ptr<SpeechService> speech = {};
     std::shared_ptr<Panels> panels = {};
+    std::shared_ptr<UserDefaults> defaults = {};
+    std::shared_ptr<StatusArea> statusArea = {};
+    std::shared_ptr<Application> application = {};
 };
 
 /// The installed services; all null before installation.

@@ -6,14 +6,19 @@
 #include "Linux/Browsers/BrowserScriptHost.h"
 #include "Linux/Browsers/PageSocket.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
+#include "Linux/Desktop/DesktopApplication.h"
 #include "Linux/Desktop/FocusedWindowTitles.h"
 #include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/SessionState.h"
+#include "Linux/Desktop/SettingsFile.h"
 #include "Linux/Engines/EngineTextRecognizer.h"
 #include "Linux/Screen/X11ScreenCapture.h"
 #include "Linux/X11/X11Workspace.h"
 #include "Platform/DesktopServices.h"
 #include "Support/Installation.h"
+#include "Support/UserFolders.h"
+
+#include <QCoreApplication>
 
 #include <chrono>
 #include <filesystem>
@@ -82,6 +87,8 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     services.textRecognizer = recognizer;
     services.screenCapture = std::make_shared<x11::X11ScreenCapture>(
         guard, [recognizer] { return recognizer->hasRoom(); });
+    services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
+    services.application = std::make_shared<DesktopApplication>([] { QCoreApplication::quit(); });
     installDesktopServices(std::move(services));
     // The first thing the sampler says is whether titles can be read.
     (void)windows->waitUntilKnown(patienceAtStart);

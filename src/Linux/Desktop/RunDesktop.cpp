@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 constexpr auto patienceAtQuit = 500ms;
 
 int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop) {
-    AppDelegate delegate(store);
+    AppDelegate delegate(store, {});
     mainLoop->post([&] { delegate.applicationDidFinishLaunching(); });
     return QCoreApplication::exec();
 }
