@@ -13,6 +13,7 @@
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
+#include <tuple>
 #include <unistd.h>
 #include <xcb/xcb.h>
 
@@ -102,12 +103,24 @@ struct ScriptedGuard final : FrontWindowGuard {
     std::deque<bool> answers{true};
 };
 
+/// Likewise.
+struct ScriptedRegions final : WithheldRegions {
+    std::optional<desktop::Area> withheld() override {
+        auto answer = answers.front();
+        if (answers.size() > 1)
+            answers.pop_front();
+        return answer;
+    }
+    std::deque<std::optional<desktop::Area>> answers{desktop::Area()};
+};
+
 class X11ScreenCaptureTest : public ::testing::Test {
   protected:
     XServer server_;
     std::shared_ptr<ScriptedGuard> guard_ = std::make_shared<ScriptedGuard>();
+    std::shared_ptr<ScriptedRegions> regions_ = std::make_shared<ScriptedRegions>();
     bool hasRoom_ = true;
-    X11ScreenCapture capture_{guard_, [this] { return hasRoom_; }};
+    X11ScreenCapture capture_{guard_, regions_, [this] { return hasRoom_; }};
 };
 
 std::uint32_t pixelAt(const Image& image, int x, int y) {
@@ -155,6 +168,36 @@ TEST_F(X11ScreenCaptureTest, HasNoPictureWhileSomethingPrivateIsInFront) {
     EXPECT_TRUE(capture_.image(display, 320, 200));
 }
 
+TEST_F(X11ScreenCaptureTest, BlackensWhatIsWithheldBeforeOrAfterTheShot) {
+    Painter().paint(0, 320, 0x102030);
+    const auto display = capture_.displays()->front();
+    regions_->answers = {desktop::Area{{-20, -20, 30, 30}},
+                         desktop::Area{{300, 190, 50, 50}, {40, 0, 2, 200}}};
+    const auto image = capture_.image(display, 320, 200);
+    ASSERT_TRUE(image) << image.description();
+    for (const auto& [x, y, isBlack] : {std::tuple{0, 0, true},
+                                        {9, 9, true},
+                                        {10, 9, false},
+                                        {9, 10, false},
+                                        {299, 199, false},
+                                        {300, 189, false},
+                                        {300, 190, true},
+                                        {319, 199, true},
+                                        {40, 0, true},
+                                        {41, 199, true},
+                                        {39, 100, false},
+                                        {42, 100, false}})
+        EXPECT_EQ(pixelAt(*image, x, y), isBlack ? 0U : 0x102030U) << x << ", " << y;
+}
+
+TEST_F(X11ScreenCaptureTest, HasNoDisplayWhileItCantBeToldWhatIsPrivate) {
+    const auto display = capture_.displays()->front();
+    regions_->answers = {desktop::Area(), std::nullopt};
+    EXPECT_FALSE(capture_.image(display, 320, 200));
+    EXPECT_FALSE(capture_.image(display, 320, 200));
+    EXPECT_TRUE(capture_.displays()->empty());
+}
+
 TEST_F(X11ScreenCaptureTest, HasNoDisplayWhileNoPictureWouldBeRecognised) {
     hasRoom_ = false;
     ASSERT_TRUE(capture_.displays());
@@ -182,7 +225,8 @@ TEST_F(X11ScreenCaptureTest, WaitsForAHungServerOnlySoLong) {
 
 TEST(X11ScreenCaptureWithoutServer, IsNotPermitted) {
     setenv("DISPLAY", ":4711", 1);
-    X11ScreenCapture capture(std::make_shared<ScriptedGuard>(), [] { return true; });
+    X11ScreenCapture capture(std::make_shared<ScriptedGuard>(), std::make_shared<ScriptedRegions>(),
+                             [] { return true; });
     EXPECT_FALSE(capture.isPermitted());
     EXPECT_FALSE(capture.displays());
 }

@@ -1,7 +1,10 @@
 #include "desktop/DesktopSession.h"
 
+#include "Linux/Desktop/WithheldWindows.h"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <thread>
@@ -125,6 +128,46 @@ TEST_F(DesktopAdapters, KeepNobodyWaitingWhileAClientHoldsTheServer) {
     EXPECT_EQ(front->processIdentifier, getpid());
     EXPECT_FALSE(mayBeRead);
     EXPECT_TRUE(session_.guard->contentMayBeRead());
+}
+
+TEST_F(DesktopAdapters, ListTheWindowsOnTheScreenInTheirOrderWithTheirFrames) {
+    const OwnWindow first(own_.get(), {.title = "Password reset"});
+    ASSERT_TRUE(session_.waitForFront(first));
+    const OwnWindow second(own_.get(), {.title = "Notes"});
+    ASSERT_TRUE(session_.waitForFront(second));
+    const auto indexOf = [](const WindowStack& stack, const OwnWindow& window) {
+        const auto found = std::find_if(stack.windows.begin(), stack.windows.end(),
+                                        [&](const StackedWindow& candidate) {
+                                            return candidate.front.window == window.identifier();
+                                        });
+        return static_cast<std::size_t>(found - stack.windows.begin());
+    };
+    const auto stack = session_.workspace->freshStack(5s);
+    ASSERT_TRUE(stack);
+    EXPECT_EQ(stack->active, second.identifier());
+    const auto below = indexOf(*stack, first);
+    const auto above = indexOf(*stack, second);
+    ASSERT_LT(below, above);
+    ASSERT_LT(above, stack->windows.size());
+    for (const std::size_t index : {below, above}) {
+        const StackedWindow& window = stack->windows[index];
+        EXPECT_EQ(window.front.identity.process.processIdentifier, getpid());
+        EXPECT_GE(window.place.width, 300);
+        EXPECT_GT(window.place.height, 200) << "a frame with a title bar";
+        EXPECT_EQ(window.cover, Area{window.place});
+    }
+    EXPECT_EQ(stack->windows[below].front.title, "Password reset");
+
+    WithheldWindows regions([&](auto patience) { return session_.workspace->freshStack(patience); },
+                            session_.windows, session_.catalogue);
+    auto withheld = regions.withheld();
+    ASSERT_TRUE(withheld);
+    EXPECT_EQ(*withheld, without({stack->windows[below].place}, stack->windows[above].place));
+    first.activate();
+    EXPECT_TRUE(session_.runUntil([&] {
+        withheld = regions.withheld();
+        return withheld == Area{stack->windows[below].place};
+    }));
 }
 
 TEST_F(DesktopAdapters, SeeNothingInFrontWhileTheScreenIsLockedOrCovered) {

@@ -44,12 +44,18 @@ struct ProcessState {
 WindowReading readingOf(const std::vector<Survey::Window>& windows) {
     const auto isActive = [](const Survey::Window& window) { return window.isActive; };
     const auto active = std::count_if(windows.begin(), windows.end(), isActive);
+    WindowReading reading;
     if (active == 1)
-        return {std::find_if(windows.begin(), windows.end(), isActive)->name, true};
+        reading = {std::find_if(windows.begin(), windows.end(), isActive)->name, true};
     // Some toolkits never set the state; a single window is the one all the same.
-    if (active == 0 && windows.size() == 1)
-        return {windows.front().name, false};
-    return {};
+    else if (active == 0 && windows.size() == 1)
+        reading = {windows.front().name, false};
+    for (const Survey::Window& window : windows)
+        if (window.name)
+            reading.names.push_back(*window.name);
+    reading.areAllNamesKnown =
+        reading.names.size() == windows.size() && windows.size() < AccessibilityBus::maxChildren;
+    return reading;
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace mnemora::atspi {
 
@@ -18,6 +19,10 @@ struct WindowReading {
     std::optional<std::string> name;
     /// Exactly one window of the process says that it is active.
     bool isCertain = false;
+    /// The names of all its windows that can be read, in no order.
+    std::vector<std::string> names = {};
+    /// None of its windows is missing among the names.
+    bool areAllNamesKnown = false;
 
     bool operator==(const WindowReading&) const = default;
 };

@@ -11,6 +11,7 @@
 #include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/SessionState.h"
 #include "Linux/Desktop/SettingsFile.h"
+#include "Linux/Desktop/WithheldWindows.h"
 #include "Linux/Engines/EngineTextRecognizer.h"
 #include "Linux/Screen/X11ScreenCapture.h"
 #include "Linux/X11/X11Workspace.h"
@@ -86,7 +87,13 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
         std::make_shared<EngineTextRecognizer>(EngineSettings::ofInstallation());
     services.textRecognizer = recognizer;
     services.screenCapture = std::make_shared<x11::X11ScreenCapture>(
-        guard, [recognizer] { return recognizer->hasRoom(); });
+        guard,
+        std::make_shared<WithheldWindows>(
+            [workspace](std::chrono::milliseconds patience) {
+                return workspace->freshStack(patience);
+            },
+            windows, catalogue),
+        [recognizer] { return recognizer->hasRoom(); });
     services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
     services.application = std::make_shared<DesktopApplication>([] { QCoreApplication::quit(); });
     installDesktopServices(std::move(services));

@@ -19,9 +19,26 @@ bool isWaylandSession() {
 
 } // namespace
 
+Image blackened(const Image& image, const Monitor& place, const desktop::Area& parts) {
+    constexpr int bytesPerPixel = 4;
+    const auto pixels = std::make_shared<std::vector<std::uint8_t>>(*image.pixels);
+    for (const auto& part : parts) {
+        const int left = std::clamp(part.left - place.left, 0, image.width);
+        const int right = std::clamp(part.left + part.width - place.left, left, image.width);
+        const int top = std::clamp(part.top - place.top, 0, image.height);
+        const int bottom = std::clamp(part.top + part.height - place.top, top, image.height);
+        for (int y = top; y < bottom; ++y) {
+            const auto row = pixels->begin() + static_cast<std::ptrdiff_t>(image.stride) * y;
+            std::fill(row + left * bytesPerPixel, row + right * bytesPerPixel, std::uint8_t{0});
+        }
+    }
+    return {image.width, image.height, image.stride, pixels};
+}
+
 X11ScreenCapture::X11ScreenCapture(std::shared_ptr<FrontWindowGuard> guard,
+                                   std::shared_ptr<WithheldRegions> regions,
                                    std::function<bool()> hasRoom)
-    : guard_(std::move(guard)), hasRoom_(std::move(hasRoom)) {}
+    : guard_(std::move(guard)), regions_(std::move(regions)), hasRoom_(std::move(hasRoom)) {}
 
 bool X11ScreenCapture::isPermitted() {
     if (isWaylandSession())
@@ -39,7 +56,7 @@ bool X11ScreenCapture::connect() {
 }
 
 Outcome<std::vector<Display>> X11ScreenCapture::displays() {
-    if (isWaylandSession() || !hasRoom_() || !guard_->contentMayBeRead())
+    if (isWaylandSession() || !hasRoom_() || !guard_->contentMayBeRead() || !regions_->withheld())
         return std::vector<Display>();
     const std::lock_guard lock(mutex_);
     if (!connect())
@@ -51,16 +68,25 @@ Outcome<std::vector<Display>> X11ScreenCapture::displays() {
 }
 
 Outcome<Image> X11ScreenCapture::image(const Display& display, int width, int height) {
-    constexpr auto* isPrivate = "a private window is in front";
+    const Failure isPrivate{"what is on the screen may not be read"};
     if (isWaylandSession() || !guard_->contentMayBeRead())
-        return Failure{isPrivate};
-    auto image = shot(display, width, height);
-    if (!guard_->contentMayBeRead())
-        return Failure{isPrivate};
-    return image;
+        return isPrivate;
+    const auto before = regions_->withheld();
+    if (!before)
+        return isPrivate;
+    const auto taken = shot(display, width, height);
+    const auto after = regions_->withheld();
+    if (!after || !guard_->contentMayBeRead())
+        return isPrivate;
+    if (!taken)
+        return Failure{taken.description()};
+    auto parts = *before;
+    parts.insert(parts.end(), after->begin(), after->end());
+    return parts.empty() ? taken->image : blackened(taken->image, taken->place, parts);
 }
 
-Outcome<Image> X11ScreenCapture::shot(const Display& display, int width, int height) {
+Outcome<X11ScreenCapture::Shot> X11ScreenCapture::shot(const Display& display, int width,
+                                                       int height) {
     const std::lock_guard lock(mutex_);
     if (!connect())
         return Failure{"the X server can't be reached"};
@@ -75,7 +101,7 @@ Outcome<Image> X11ScreenCapture::shot(const Display& display, int width, int hei
     auto image = screen_->picture(*monitor);
     if (!image)
         return Failure{"the X server gave no picture"};
-    return *image;
+    return Shot{*std::move(image), *monitor};
 }
 
 } // namespace mnemora::x11

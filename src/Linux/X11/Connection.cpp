@@ -13,6 +13,7 @@
 #include <xcb/dpms.h>
 #include <xcb/res.h>
 #include <xcb/screensaver.h>
+#include <xcb/shape.h>
 #include <xcb/xcb.h>
 
 namespace mnemora::x11 {
@@ -70,28 +71,36 @@ std::unique_ptr<Connection> Connection::open(std::string* reason) {
         return nullptr;
     }
     auto roots = xcb_setup_roots_iterator(xcb_get_setup(opened.get()));
-    for (; screen > 0 && roots.rem > 1; --screen)
+    for (int left = screen; left > 0 && roots.rem > 1; --left)
         xcb_screen_next(&roots);
     const Window root = roots.data->root;
-    return std::unique_ptr<Connection>(new Connection(opened.release(), root));
+    return std::unique_ptr<Connection>(new Connection(opened.release(), root, screen));
 }
 
-Connection::Connection(xcb_connection_t* connection, Window root)
+Connection::Connection(xcb_connection_t* connection, Window root, int screen)
     : connection_(connection), root_(root) {
-    internAtoms();
+    internAtoms(screen);
     queryExtensions();
 }
 
-void Connection::internAtoms() {
-    constexpr std::array<std::string_view, 9> names = {"_NET_ACTIVE_WINDOW",
-                                                       "_NET_CLIENT_LIST",
-                                                       "_NET_WM_NAME",
-                                                       "_NET_WM_PID",
-                                                       "UTF8_STRING",
-                                                       "COMPOUND_TEXT",
-                                                       "_GTK_APPLICATION_ID",
-                                                       "_KDE_NET_WM_DESKTOP_FILE",
-                                                       "_NET_SUPPORTING_WM_CHECK"};
+void Connection::internAtoms(int screen) {
+    const std::string compositor = "_NET_WM_CM_S" + std::to_string(screen);
+    const std::array<std::string_view, 16> names = {"_NET_ACTIVE_WINDOW",
+                                                    "_NET_CLIENT_LIST",
+                                                    "_NET_WM_NAME",
+                                                    "_NET_WM_PID",
+                                                    "UTF8_STRING",
+                                                    "COMPOUND_TEXT",
+                                                    "_GTK_APPLICATION_ID",
+                                                    "_KDE_NET_WM_DESKTOP_FILE",
+                                                    "_NET_SUPPORTING_WM_CHECK",
+                                                    "_NET_WM_DESKTOP",
+                                                    "_NET_CURRENT_DESKTOP",
+                                                    "_NET_WM_STATE",
+                                                    "_NET_WM_STATE_HIDDEN",
+                                                    "_NET_WM_WINDOW_OPACITY",
+                                                    "_NET_WM_OPAQUE_REGION",
+                                                    compositor};
     std::array<xcb_intern_atom_cookie_t, names.size()> asked;
     for (std::size_t i = 0; i < names.size(); ++i)
         asked[i] = xcb_intern_atom(connection_.get(), 0,
@@ -102,8 +111,8 @@ void Connection::internAtoms() {
             xcb_intern_atom_reply(connection_.get(), asked[i], nullptr));
         atoms[i] = reply ? reply->atom : Atom(XCB_ATOM_NONE);
     }
-    atoms_ = {atoms[0], atoms[1], atoms[2], atoms[3], atoms[4],
-              atoms[5], atoms[6], atoms[7], atoms[8]};
+    atoms_ = {atoms[0], atoms[1], atoms[2],  atoms[3],  atoms[4],  atoms[5],  atoms[6],  atoms[7],
+              atoms[8], atoms[9], atoms[10], atoms[11], atoms[12], atoms[13], atoms[14], atoms[15]};
 }
 
 void Connection::queryExtensions() {
@@ -114,6 +123,7 @@ void Connection::queryExtensions() {
     };
     hasPowerState_ = present(&xcb_dpms_id);
     hasScreenSaver_ = present(&xcb_screensaver_id);
+    hasShapes_ = present(&xcb_shape_id);
     if (!present(&xcb_res_id))
         return;
     const Reply<xcb_res_query_version_reply_t> version(

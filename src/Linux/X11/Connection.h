@@ -4,10 +4,12 @@
 // that goes away makes every later answer absent.
 
 #include "Linux/Desktop/FrontWindow.h"
+#include "Linux/Desktop/StackedWindow.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,7 +40,8 @@ struct Property {
 /// The names that the readers use, as this server numbers them.
 struct Atoms {
     Atom activeWindow, clientList, windowName, windowPid, utf8, compoundText, gtkApplicationId,
-        kdeDesktopFile, supportingManager;
+        kdeDesktopFile, supportingManager, desktop, currentDesktop, state, stateHidden, opacity,
+        opaqueRegion, compositor;
 };
 
 /// One thread at a time; every operation waits for the server.
@@ -67,14 +70,18 @@ class Connection {
     /// Whether the monitors are switched off (DPMS), or a screen saver or a locker covers what the
     /// window manager shows.
     [[nodiscard]] bool isScreenCovered();
+    /// How a window's identity is found, where the caller knows a faster way than asking anew.
+    using Identify = std::function<std::optional<desktop::WindowIdentity>(Window)>;
+    /// The windows on the screen; absent when they can't be listed.
+    [[nodiscard]] std::optional<desktop::WindowStack> stack(const Identify& identify);
 
   private:
     struct Disconnect {
         void operator()(xcb_connection_t* connection) const;
     };
 
-    Connection(xcb_connection_t* connection, Window root);
-    void internAtoms();
+    Connection(xcb_connection_t* connection, Window root, int screen);
+    void internAtoms(int screen);
     void queryExtensions();
     [[nodiscard]] std::optional<Property> property(Window window, Atom name, std::size_t maxBytes);
     [[nodiscard]] std::string mark(Window window, Atom name);
@@ -86,6 +93,14 @@ class Connection {
     [[nodiscard]] bool covers(Window window);
     [[nodiscard]] std::vector<Window> children(Window window);
     [[nodiscard]] std::optional<Window> parent(Window window);
+    struct TopLevel;
+    [[nodiscard]] std::optional<std::vector<TopLevel>> topLevelsOnScreen();
+    void findClients(std::vector<TopLevel>& topLevels);
+    [[nodiscard]] std::optional<Window> namedWindow(Window window);
+    [[nodiscard]] bool isElsewhere(Window client);
+    [[nodiscard]] std::optional<std::uint32_t> number(Window window, Atom name);
+    [[nodiscard]] desktop::Area coverOf(const TopLevel& topLevel, bool isComposited);
+    [[nodiscard]] desktop::Area opaqueRegion(const TopLevel& topLevel);
     [[nodiscard]] std::string text(const Property& property) const;
 
     std::unique_ptr<xcb_connection_t, Disconnect> connection_;
@@ -94,6 +109,7 @@ class Connection {
     bool hasClientIds_ = false;
     bool hasPowerState_ = false;
     bool hasScreenSaver_ = false;
+    bool hasShapes_ = false;
 };
 
 } // namespace mnemora::x11

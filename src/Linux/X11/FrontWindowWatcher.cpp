@@ -48,10 +48,11 @@ void FrontWindowWatcher::wake() const {
 }
 
 std::optional<DisplayState> FrontWindowWatcher::read(std::chrono::milliseconds patience,
-                                                     bool withClients) {
+                                                     Wanted wanted) {
     std::unique_lock lock(mutex_);
     const std::uint64_t ticket = ++asked_;
-    clientsWanted_ = clientsWanted_ || withClients;
+    wanted_.clients = wanted_.clients || wanted.clients;
+    wanted_.stack = wanted_.stack || wanted.stack;
     wake();
     const bool inTime =
         served_.wait_for(lock, patience, [&] { return answered_ >= ticket || gone_; });
@@ -81,16 +82,16 @@ bool FrontWindowWatcher::serve() {
         return false;
     const std::uint64_t ticket = asked_;
     const bool isAsked = ticket > answered_;
-    const bool withClients = std::exchange(clientsWanted_, false);
+    const Wanted wanted = std::exchange(wanted_, Wanted());
     lock.unlock();
     DisplayState state;
     if (changed || isAsked)
-        state = readNow(withClients);
+        state = readNow(wanted);
     const bool isAlive = connection_->isAlive();
     lock.lock();
     if (!isAlive)
         state = DisplayState();
-    else if (!withClients)
+    else if (!wanted.clients)
         state.clients = last_.clients;
     if (changed || isAsked || !isAlive)
         last_ = std::move(state);
@@ -112,13 +113,15 @@ void FrontWindowWatcher::waitForWork() {
     poll(sources, std::size(sources), -1);
 }
 
-DisplayState FrontWindowWatcher::readNow(bool withClients) {
+DisplayState FrontWindowWatcher::readNow(Wanted wanted) {
     DisplayState state;
     state.isCovered = connection_->isScreenCovered();
     if (const auto window = connection_->activeWindow())
         if (auto who = identity(*window))
             state.front = FrontWindow{*window, std::move(*who), connection_->title(*window)};
-    if (!withClients)
+    if (wanted.stack)
+        state.stack = connection_->stack([this](Window window) { return identity(window); });
+    if (!wanted.clients)
         return state;
     const auto clients = connection_->clients();
     std::erase_if(known_, [&](const auto& entry) {

@@ -28,6 +28,14 @@ struct DisplayState {
     bool isCovered = false;
     /// The windows that the window manager manages, where they were asked for.
     std::vector<desktop::WindowIdentity> clients;
+    /// The windows on the screen, where they were asked for and could be listed.
+    std::optional<desktop::WindowStack> stack;
+};
+
+/// What a reading holds beside the window in front.
+struct Wanted {
+    bool clients = false;
+    bool stack = false;
 };
 
 /// Any thread, unless said otherwise.
@@ -46,7 +54,7 @@ class FrontWindowWatcher {
     /// A reading that begins after the call; absent when it takes longer than `patience` or the
     /// server is gone.
     [[nodiscard]] std::optional<DisplayState> read(std::chrono::milliseconds patience,
-                                                   bool withClients = false);
+                                                   Wanted wanted = {});
     /// The last reading, at once; empty once the server is gone.
     [[nodiscard]] DisplayState last() const;
 
@@ -56,7 +64,7 @@ class FrontWindowWatcher {
     void run();
     bool serve();
     void waitForWork();
-    [[nodiscard]] DisplayState readNow(bool withClients);
+    [[nodiscard]] DisplayState readNow(Wanted wanted);
     [[nodiscard]] std::optional<desktop::WindowIdentity> identity(Window window);
     void wake() const;
 
@@ -71,7 +79,7 @@ class FrontWindowWatcher {
     DisplayState last_;          // guarded by mutex_
     std::uint64_t asked_ = 0;    // guarded by mutex_
     std::uint64_t answered_ = 0; // guarded by mutex_
-    bool clientsWanted_ = false; // guarded by mutex_
+    Wanted wanted_;              // guarded by mutex_
     bool gone_ = false;          // guarded by mutex_
     bool ending_ = false;        // guarded by mutex_
     std::thread thread_;         // last: it uses all of the above

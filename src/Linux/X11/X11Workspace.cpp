@@ -99,6 +99,14 @@ X11Workspace::freshFrontWindow(std::chrono::milliseconds patience) const {
     return std::move(state->front);
 }
 
+std::optional<desktop::WindowStack>
+X11Workspace::freshStack(std::chrono::milliseconds patience) const {
+    auto state = watcher_->read(patience, {.stack = true});
+    if (!state || !isVisible(*state))
+        return std::nullopt;
+    return std::move(state->stack);
+}
+
 std::optional<RunningApplication> X11Workspace::frontmostApplication() {
     const auto state = watcher_->read(patience);
     return frontOf(state ? *state : watcher_->last());
@@ -139,7 +147,7 @@ void X11Workspace::tell(const RunningApplication& application) {
 
 std::vector<RunningApplication>
 X11Workspace::runningApplications(const std::string& bundleIdentifier) {
-    const auto state = watcher_->read(patience, true);
+    const auto state = watcher_->read(patience, {.clients = true});
     std::vector<RunningApplication> running;
     for (const auto& client : (state ? *state : watcher_->last()).clients) {
         auto candidate = application(client);

@@ -50,6 +50,9 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
     /// while nobody can see it. Any thread.
     [[nodiscard]] std::optional<desktop::FrontWindow>
     freshFrontWindow(std::chrono::milliseconds patience) const;
+    /// The windows on the screen, read anew; absent likewise. Any thread.
+    [[nodiscard]] std::optional<desktop::WindowStack>
+    freshStack(std::chrono::milliseconds patience) const;
 
   private:
     struct Observers;
