@@ -67,6 +67,12 @@ class SentenceModelTest : public ::testing::Test {
                     .cache = folder.path() / "home/.cache/mnemora"};
 };
 
+/// The folder of runtime libraries holds those of speech recognition too.
+bool isSpeechRuntime(const std::string& name) {
+    return name.find("sherpa") != std::string::npos ||
+           name.find("onnxruntime") != std::string::npos;
+}
+
 double cosine(const std::vector<double>& a, const std::vector<double>& b) {
     const auto dot = [](const auto& x, const auto& y) {
         return std::inner_product(x.begin(), x.end(), y.begin(), 0.0);
@@ -107,7 +113,8 @@ TEST_F(SentenceModelTest, IsAbsentWhenAFileIsMissingOrOfAnotherSize) {
     std::vector<fs::path> parts{folders.libraries / "libmnemora-embedding.so"};
     for (const auto& place : {folders.model, folders.libraries / "runtime"})
         for (const auto& entry : fs::directory_iterator(place))
-            parts.push_back(entry.path());
+            if (!isSpeechRuntime(entry.path().filename().string()))
+                parts.push_back(entry.path());
     ASSERT_GE(parts.size(), 9U);
     for (const auto& part : parts) {
         const auto original = fs::canonical(part);
