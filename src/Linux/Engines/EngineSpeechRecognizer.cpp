@@ -48,6 +48,7 @@ class EngineSpeechRecognizer::Stream : public SpeechListener,
         stream->number_ = peer->open(stream);
         return stream;
     }
+    /// Closing a stream twice is harmless.
     ~Stream() override { peer_->close(number_); }
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
@@ -94,15 +95,19 @@ class EngineSpeechRecognizer::Stream : public SpeechListener,
             answerWaiting();
     }
 
-    void onSoundEnded() override { answerWithTheRest(); }
+    void onSoundEnded() override {
+        peer_->close(number_);
+        answerWithTheRest();
+    }
 
     void onFailure(const std::string& reason) override {
         if (!ended_)
-            errors_->report(weak_from_this(), reason);
-        else if (!waiting_.empty())
-            answerWithTheRest();
-        else
+            return errors_->report(weak_from_this(), reason);
+        peer_->close(number_);
+        if (waiting_.empty())
             answerError(reason);
+        else
+            answerWithTheRest();
     }
 
     void answerError(const std::string& reason) {

@@ -37,7 +37,8 @@ struct SpeechPeer {
     virtual void append(engines::StreamNumber stream, const PcmBuffer& buffer) = 0;
     /// No more sound comes of this stream: what is there is recognised. Main thread.
     virtual void endSound(engines::StreamNumber stream) = 0;
-    /// Forgets the stream with everything in it; the listener hears nothing more. Main thread.
+    /// Forgets the stream with everything in it; the listener hears nothing but what is on its way
+    /// already. A second time does nothing. Main thread.
     virtual void close(engines::StreamNumber stream) = 0;
 };
 
