@@ -1,8 +1,8 @@
 #pragma once
-// What an engine's process does to itself: it works only when nobody else wants the processor, or
-// behind everybody else,
-// ends with its parent, and, once its weights are loaded, gives up everything but calculating and
-// answering. The engines are large native code fed with whatever is on screen or on the line.
+// What an engine's process does to itself: it works behind everybody else or only when nobody else
+// wants the processor, ends with its parent, and, once its weights are loaded, gives up everything
+// but calculating and answering. The engines are large native code fed with whatever is on screen
+// or on the line.
 
 #include <optional>
 #include <string>
