@@ -19,6 +19,7 @@ bool transcribeFile(FileTranscriber& transcriber, const char* path, FileTranscri
         return false;
     }
     std::printf("%s\n", path);
+    std::fflush(stdout);
     const bool isDone = transcriber.transcribe(*sound, pace, [](const auto& segment) {
         std::printf("%8.2f %8.2f  %s\n", segment.start, segment.end, segment.text.c_str());
         std::fflush(stdout);
