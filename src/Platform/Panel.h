@@ -47,7 +47,8 @@ enum class CardCorner { topRight, bottomRight };
 struct Card {
     int iconSize = 20;
     CardColor iconTint{.red = 0.06, .green = 0.72, .blue = 0.51, .alpha = 1};
-    /// At most `maxLines` lines, broken at line feeds and where it would get wider than allowed.
+    /// At most `maxLines` lines, broken at line feeds and where it would get wider than
+    /// `maxMessageWidth`; wider where it would need more lines than that.
     std::string message;
     int maxLines = 2;
     int maxMessageWidth = 250;

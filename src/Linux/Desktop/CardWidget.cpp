@@ -1,0 +1,194 @@
+#include "Linux/Desktop/CardWidget.h"
+
+#include <QApplication>
+#include <QBitmap>
+#include <QBoxLayout>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPropertyAnimation>
+#include <QPushButton>
+#include <QScreen>
+#include <algorithm>
+#include <utility>
+#include <xcb/xcb.h>
+
+namespace mnemora::desktop {
+namespace {
+
+struct Free {
+    void operator()(void* reply) const { std::free(reply); }
+};
+
+QColor colorOf(const CardColor& color) {
+    return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
+                            static_cast<float>(color.blue), static_cast<float>(color.alpha));
+}
+
+/// Whether windows may be translucent: on X11 when somebody owns the compositing manager's
+/// selection (Extended Window Manager Hints, "_NET_WM_CM_Sn").
+bool isComposited() {
+    const auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (x11 == nullptr)
+        return true;
+    auto* connection = x11->connection();
+    constexpr std::string_view name = "_NET_WM_CM_S0";
+    const std::unique_ptr<xcb_intern_atom_reply_t, Free> atom(xcb_intern_atom_reply(
+        connection, xcb_intern_atom(connection, 0, name.size(), name.data()), nullptr));
+    if (!atom)
+        return false;
+    const std::unique_ptr<xcb_get_selection_owner_reply_t, Free> owner(
+        xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom),
+                                      nullptr));
+    return owner && owner->owner != XCB_NONE;
+}
+
+/// The message within its width, or as wide as its own lines are where a wide font would need more
+/// lines than the card has: no word is cut off.
+QSize messageSize(const Card& card, const QFontMetrics& metrics, const QString& text) {
+    const auto fitted = [&](int width) {
+        return metrics.boundingRect({0, 0, width, 10'000}, Qt::TextWordWrap, text).size();
+    };
+    const int most = card.maxLines * metrics.lineSpacing();
+    auto size = fitted(card.maxMessageWidth);
+    if (size.height() > most)
+        size = fitted(10'000);
+    // What hangs below the last base line and a slanted end may reach beyond the metrics.
+    return {size.width() + 2, std::min(size.height(), most) + 2};
+}
+
+/// Buttons on the dark card look alike under every theme.
+constexpr auto buttonStyle =
+    "QPushButton { color: white; background: rgba(255,255,255,40); border: none;"
+    " border-radius: 6px; padding: 5px 14px; font-size: 13px; }"
+    "QPushButton:hover { background: rgba(255,255,255,64); }"
+    "QPushButton:pressed { background: rgba(255,255,255,26); }"
+    "QPushButton:default { background: rgb(15,138,98); }"
+    "QPushButton:default:hover { background: rgb(18,158,112); }"
+    "QPushButton:default:pressed { background: rgb(12,112,80); }";
+
+} // namespace
+
+CardWidget::CardWidget(Card card, const QPixmap& mark)
+    : QWidget(nullptr, Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                           Qt::WindowDoesNotAcceptFocus),
+      card_(std::move(card)) {
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_TranslucentBackground);
+    setFocusPolicy(Qt::NoFocus);
+    setWindowTitle("Mnemora");
+    auto column = std::make_unique<QVBoxLayout>();
+    const auto& margins = card_.margins;
+    column->setContentsMargins(margins.left, margins.top, margins.right, margins.bottom);
+    column->setSpacing(card_.messageToButtons);
+    addTopRow(*column, mark);
+    if (!card_.buttons.empty())
+        addButtons(*column);
+    setLayout(column.release());
+    adjustSize();
+    setFixedSize(size());
+}
+
+void CardWidget::addTopRow(QBoxLayout& column, const QPixmap& mark) {
+    auto icon = std::make_unique<QLabel>();
+    icon->setPixmap(mark);
+    auto message = std::make_unique<QLabel>();
+    QFont font = message->font();
+    font.setPixelSize(card_.fontSize);
+    font.setWeight(QFont::Medium);
+    message->setFont(font);
+    message->setTextFormat(Qt::PlainText);
+    message->setText(QString::fromStdString(card_.message));
+    message->setWordWrap(true);
+    message->setFixedSize(messageSize(card_, QFontMetrics(font), message->text()));
+    auto colors = message->palette();
+    colors.setColor(QPalette::WindowText, colorOf(card_.textColor));
+    message->setPalette(colors);
+    auto row = std::make_unique<QHBoxLayout>();
+    row->setSpacing(card_.iconToMessage);
+    for (auto* label : {icon.release(), message.release()}) {
+        label->setAttribute(Qt::WA_TransparentForMouseEvents); // the card is what is clicked
+        row->addWidget(label, 0, Qt::AlignVCenter);
+    }
+    column.addLayout(row.release());
+}
+
+void CardWidget::addButtons(QBoxLayout& column) {
+    auto row = std::make_unique<QHBoxLayout>();
+    row->setSpacing(card_.betweenButtons);
+    row->addStretch();
+    for (const auto& button : card_.buttons) {
+        auto made = std::make_unique<QPushButton>(QString::fromStdString(button.title));
+        made->setFocusPolicy(Qt::NoFocus);
+        made->setAutoDefault(false);
+        made->setDefault(button.isDefault);
+        made->setStyleSheet(buttonStyle);
+        connect(made.get(), &QPushButton::clicked, this, [this, &button] { call(button.pressed); });
+        row->addWidget(made.release());
+    }
+    column.addLayout(row.release());
+}
+
+void CardWidget::appear() {
+    if (const auto* screen = QGuiApplication::primaryScreen()) {
+        const auto visible = screen->availableGeometry();
+        const auto frame =
+            cardFrame(card_, {visible.x(), visible.y(), visible.width(), visible.height()}, width(),
+                      height());
+        move(frame.x, frame.y);
+    }
+    if (!isComposited()) {
+        QBitmap shape(size());
+        shape.fill(Qt::color0);
+        QPainter painter(&shape);
+        painter.setBrush(Qt::color1);
+        painter.drawRoundedRect(rect(), card_.cornerRadius, card_.cornerRadius);
+        painter.end();
+        setMask(shape);
+    }
+    if (card_.fadeIn.count() > 0) {
+        setWindowOpacity(0);
+        auto fade = std::make_unique<QPropertyAnimation>(this, "windowOpacity");
+        fade->setEndValue(1.0);
+        fade->setDuration(static_cast<int>(card_.fadeIn.count()));
+        fade.release()->start(QAbstractAnimation::DeleteWhenStopped);
+    }
+    show();
+    raise();
+}
+
+void CardWidget::retire() {
+    retired_ = true;
+    if (card_.fadeOut.count() == 0) {
+        hide();
+        deleteLater();
+        return;
+    }
+    auto fade = std::make_unique<QPropertyAnimation>(this, "windowOpacity");
+    fade->setEndValue(0.0);
+    fade->setDuration(static_cast<int>(card_.fadeOut.count()));
+    connect(fade.get(), &QAbstractAnimation::finished, this, &QObject::deleteLater);
+    fade.release()->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+void CardWidget::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setBrush(colorOf(card_.background));
+    painter.setPen(colorOf(card_.border));
+    painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), card_.cornerRadius,
+                            card_.cornerRadius);
+}
+
+void CardWidget::mousePressEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton)
+        call(card_.clicked);
+}
+
+void CardWidget::call(const std::function<void()>& callback) {
+    if (!retired_ && callback)
+        callback();
+}
+
+} // namespace mnemora::desktop
