@@ -30,9 +30,9 @@ QColor colorOf(const CardColor& color) {
 /// selection (Extended Window Manager Hints, "_NET_WM_CM_Sn").
 bool isComposited() {
     const auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (x11 == nullptr)
+    auto* connection = x11 != nullptr ? x11->connection() : nullptr;
+    if (connection == nullptr)
         return true;
-    auto* connection = x11->connection();
     constexpr std::string_view name = "_NET_WM_CM_S0";
     const std::unique_ptr<xcb_intern_atom_reply_t, Free> atom(xcb_intern_atom_reply(
         connection, xcb_intern_atom(connection, 0, name.size(), name.data()), nullptr));
