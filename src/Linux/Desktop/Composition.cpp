@@ -6,11 +6,15 @@
 #include "Linux/Browsers/BrowserScriptHost.h"
 #include "Linux/Browsers/PageSocket.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
+#include "Linux/Desktop/BrandImages.h"
+#include "Linux/Desktop/CardPanels.h"
 #include "Linux/Desktop/DesktopApplication.h"
+#include "Linux/Desktop/DesktopStatusArea.h"
 #include "Linux/Desktop/FocusedWindowTitles.h"
 #include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/SessionState.h"
 #include "Linux/Desktop/SettingsFile.h"
+#include "Linux/Desktop/SettingsPages.h"
 #include "Linux/Desktop/WithheldWindows.h"
 #include "Linux/Engines/EngineTextRecognizer.h"
 #include "Linux/Screen/X11ScreenCapture.h"
@@ -72,6 +76,9 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     const auto workspace = x11::X11Workspace::create(mainLoop, catalogue, session, &reason);
     if (!workspace)
         return false;
+    workspace->setSettingsOpener(
+        [pages = std::make_shared<SettingsPages>(listener, installation::prefix())](
+            const std::string& address) { return pages->open(address); });
     const auto guard = std::make_shared<FrontContentGuard>(
         [workspace](std::chrono::milliseconds patience) {
             return workspace->freshFrontWindow(patience);
@@ -96,6 +103,11 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
         [recognizer] { return recognizer->hasRoom(); });
     services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
     services.application = std::make_shared<DesktopApplication>([] { QCoreApplication::quit(); });
+    services.statusArea = std::make_shared<DesktopStatusArea>();
+    services.panels =
+        std::make_shared<CardPanels>([](int size, const QColor& tint, double scale) {
+            return menuBarImage(size, tint, scale);
+        });
     installDesktopServices(std::move(services));
     // The first thing the sampler says is whether titles can be read.
     (void)windows->waitUntilKnown(patienceAtStart);

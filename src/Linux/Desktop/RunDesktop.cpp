@@ -1,13 +1,16 @@
 #include "Linux/Desktop/RunDesktop.h"
 
+#include "Linux/Desktop/BrandImages.h"
 #include "Linux/Desktop/Composition.h"
+#include "Linux/Desktop/SingleInstance.h"
 #include "Linux/Desktop/TerminationSignals.h"
 #include "Linux/X11/Connection.h"
 #include "Log.h"
+#include "Onboarding/OnboardingWindow.h"
 #include "Platform/DesktopServices.h"
 #include "Shell/AppDelegate.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 
 #include <chrono>
 #include <csignal>
@@ -21,11 +24,25 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto patienceAtQuit = 500ms;
+// As long as a program that is just quitting or starting itself anew may need.
+constexpr auto patienceWithFormer = 3s;
 
-int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop) {
-    AppDelegate delegate(store, {});
+void describe(QApplication& application) {
+    QApplication::setApplicationName(QStringLiteral("Mnemora"));
+    QApplication::setDesktopFileName(QStringLiteral("app.mnemora.Mnemora"));
+    application.setQuitOnLastWindowClosed(false);
+    QApplication::setWindowIcon(applicationIcon());
+}
+
+int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop,
+            AppDelegate*& running) {
+    OnboardingWindow onboarding;
+    AppDelegate delegate(store, {.showMeetings = {}, .showOnboarding = [&] { onboarding.show(); }});
+    running = &delegate;
     mainLoop->post([&] { delegate.applicationDidFinishLaunching(); });
-    return QCoreApplication::exec();
+    const int status = QApplication::exec();
+    running = nullptr;
+    return status;
 }
 
 int run(MnemoraStore& store, int argc, char** argv) {
@@ -36,7 +53,15 @@ int run(MnemoraStore& store, int argc, char** argv) {
         return 0;
     }
     std::signal(SIGPIPE, SIG_IGN); // a peer that goes away shows as a failed write
-    const QCoreApplication application(argc, argv);
+    QApplication application(argc, argv);
+    describe(application);
+    AppDelegate* delegate = nullptr;
+    SingleInstance instance([&] {
+        if (delegate != nullptr)
+            delegate->showMenu();
+    });
+    if (!instance.acquire(patienceWithFormer))
+        return 0;
     const TerminationSignals termination([] { QCoreApplication::quit(); });
     const auto mainLoop = std::make_shared<QtMainLoop>();
     GLibThread listener("desktop-state");
@@ -44,7 +69,8 @@ int run(MnemoraStore& store, int argc, char** argv) {
         logError("no display: " + reason);
         return 0;
     }
-    const int status = runLoop(store, mainLoop);
+    const int status = runLoop(store, mainLoop, delegate);
+    instance.release(); // a new one may begin while this one still ends
     // A job that goes on holds the store and the services: everything has to stay where it is
     // until the process is gone. The database survives that at any moment.
     if (!mainLoop->finish(patienceAtQuit))
