@@ -1,0 +1,100 @@
+#include "Linux/Desktop/BusTypes.h"
+
+#include <QDBusMetaType>
+
+namespace mnemora::desktop {
+
+void registerBusTypes() {
+    qDBusRegisterMetaType<NotifierPixmap>();
+    qDBusRegisterMetaType<NotifierPixmaps>();
+    qDBusRegisterMetaType<NotifierToolTip>();
+    qDBusRegisterMetaType<MenuProperties>();
+    qDBusRegisterMetaType<MenuPropertiesList>();
+    qDBusRegisterMetaType<MenuLayout>();
+    qDBusRegisterMetaType<MenuEvent>();
+    qDBusRegisterMetaType<MenuEvents>();
+    qDBusRegisterMetaType<QList<int>>();
+}
+
+QDBusArgument& operator<<(QDBusArgument& to, const NotifierPixmap& value) {
+    to.beginStructure();
+    to << value.width << value.height << value.pixels;
+    to.endStructure();
+    return to;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& from, NotifierPixmap& value) {
+    from.beginStructure();
+    from >> value.width >> value.height >> value.pixels;
+    from.endStructure();
+    return from;
+}
+
+QDBusArgument& operator<<(QDBusArgument& to, const NotifierToolTip& value) {
+    to.beginStructure();
+    to << value.iconName << value.icon << value.title << value.text;
+    to.endStructure();
+    return to;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& from, NotifierToolTip& value) {
+    from.beginStructure();
+    from >> value.iconName >> value.icon >> value.title >> value.text;
+    from.endStructure();
+    return from;
+}
+
+QDBusArgument& operator<<(QDBusArgument& to, const MenuProperties& value) {
+    to.beginStructure();
+    to << value.id << value.properties;
+    to.endStructure();
+    return to;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& from, MenuProperties& value) {
+    from.beginStructure();
+    from >> value.id >> value.properties;
+    from.endStructure();
+    return from;
+}
+
+QDBusArgument& operator<<(QDBusArgument& to, const MenuLayout& value) {
+    to.beginStructure();
+    to << value.id << value.properties;
+    to.beginArray(qMetaTypeId<QDBusVariant>());
+    for (const auto& child : value.children)
+        to << QDBusVariant(QVariant::fromValue(child));
+    to.endArray();
+    to.endStructure();
+    return to;
+}
+
+// Layouts are only ever sent; the toolkit wants both directions.
+const QDBusArgument& operator>>(const QDBusArgument& from, MenuLayout& value) {
+    from.beginStructure();
+    from >> value.id >> value.properties;
+    from.beginArray();
+    while (!from.atEnd()) {
+        QDBusVariant child;
+        from >> child;
+    }
+    from.endArray();
+    from.endStructure();
+    return from;
+}
+
+QDBusArgument& operator<<(QDBusArgument& to, const MenuEvent& value) {
+    to.beginStructure();
+    to << value.id << value.name << value.data << value.timestamp;
+    to.endStructure();
+    return to;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& from, MenuEvent& value) {
+    from.beginStructure();
+    from >> value.id >> value.name >> value.data >> value.timestamp;
+    from.endStructure();
+    return from;
+}
+
+} // namespace mnemora::desktop

@@ -1,0 +1,54 @@
+#pragma once
+// One program a session, by a name on the message bus (D-Bus specification, "Message Bus Names").
+
+#include <QDBusAbstractAdaptor>
+#include <QVariantMap>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace mnemora::desktop {
+
+/// Answers others that want the program to show itself, as the Desktop Entry Specification 1.5
+/// ("D-Bus Activation") words it.
+class ApplicationInterface : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
+
+  public:
+    ApplicationInterface(QObject* object, std::function<void()> activated);
+
+  public Q_SLOTS:
+    void Activate(const QVariantMap& platformData);
+
+  private:
+    std::function<void()> activated_;
+};
+
+/// Needs the toolkit's application object. Main thread.
+class SingleInstance {
+  public:
+    /// `activated` is called each time another start asks for the running program.
+    explicit SingleInstance(std::function<void()> activated);
+    ~SingleInstance();
+    SingleInstance(const SingleInstance&) = delete;
+    SingleInstance& operator=(const SingleInstance&) = delete;
+
+    /// Takes the name; one that is just ending gets `patience` to give it up. False when another
+    /// program keeps it: that one has been asked to show itself, and this one should end. True
+    /// also without a session bus, with an error line: then nothing keeps a second one away.
+    [[nodiscard]] bool acquire(std::chrono::milliseconds patience);
+    /// Gives the name up, for the next one. More than once does no harm.
+    void release();
+
+  private:
+    [[nodiscard]] static bool takeName();
+    [[nodiscard]] static bool awaitName(std::chrono::milliseconds patience);
+    static void activateOther();
+
+    std::unique_ptr<QObject> object_;
+    bool holds_ = false;
+};
+
+} // namespace mnemora::desktop
