@@ -16,8 +16,11 @@
 #include "Linux/Desktop/SettingsFile.h"
 #include "Linux/Desktop/SettingsPages.h"
 #include "Linux/Desktop/WithheldWindows.h"
+#include "Linux/Engines/EngineSpeechService.h"
 #include "Linux/Engines/EngineTextRecognizer.h"
 #include "Linux/Screen/X11ScreenCapture.h"
+#include "Linux/Sound/PulseAudioInput.h"
+#include "Linux/Sound/PulseSystemAudio.h"
 #include "Linux/X11/X11Workspace.h"
 #include "Platform/DesktopServices.h"
 #include "Support/Installation.h"
@@ -101,6 +104,10 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
             },
             windows, catalogue),
         [recognizer] { return recognizer->hasRoom(); });
+    services.audioInput = std::make_shared<pulse::PulseAudioInput>(mainLoop);
+    services.systemAudio = std::make_shared<pulse::PulseSystemAudio>();
+    services.speech =
+        std::make_shared<EngineSpeechService>(SpeechEngineSettings::ofInstallation(), mainLoop);
     services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
     services.application = std::make_shared<DesktopApplication>([] { QCoreApplication::quit(); });
     services.statusArea = std::make_shared<DesktopStatusArea>();

@@ -6,6 +6,7 @@
 #include "Linux/Desktop/TerminationSignals.h"
 #include "Linux/X11/Connection.h"
 #include "Log.h"
+#include "Meetings/MeetingsWindow.h"
 #include "Onboarding/OnboardingWindow.h"
 #include "Platform/DesktopServices.h"
 #include "Shell/AppDelegate.h"
@@ -37,7 +38,9 @@ void describe(QApplication& application) {
 int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop,
             AppDelegate*& running) {
     OnboardingWindow onboarding;
-    AppDelegate delegate(store, {.showMeetings = {}, .showOnboarding = [&] { onboarding.show(); }});
+    AppDelegate delegate(
+        store, {.showMeetings = [](MnemoraStore& from) { MeetingsWindow::shared().show(from); },
+                .showOnboarding = [&] { onboarding.show(); }});
     running = &delegate;
     mainLoop->post([&] { delegate.applicationDidFinishLaunching(); });
     const int status = QApplication::exec();
