@@ -36,7 +36,6 @@ QVariantMap propertiesOf(const MenuItem& item) {
 BusMenu::BusMenu(QObject* object, std::function<Menu()> menuNeedsUpdate)
     : QDBusAbstractAdaptor(object), menuNeedsUpdate_(std::move(menuNeedsUpdate)) {
     registerBusTypes();
-    qRegisterMetaType<QList<QStringList>>();
 }
 
 QString BusMenu::textDirection() {

@@ -14,6 +14,7 @@ void registerBusTypes() {
     qDBusRegisterMetaType<MenuEvent>();
     qDBusRegisterMetaType<MenuEvents>();
     qDBusRegisterMetaType<QList<int>>();
+    qDBusRegisterMetaType<QList<QStringList>>(); // a shortcut: aas
 }
 
 QDBusArgument& operator<<(QDBusArgument& to, const NotifierPixmap& value) {
