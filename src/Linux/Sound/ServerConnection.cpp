@@ -42,7 +42,9 @@ ServerConnection::~ServerConnection() {
     context_.reset();
 }
 
-void ServerConnection::stop() { pa_threaded_mainloop_stop(loop_.get()); }
+void ServerConnection::stop() {
+    pa_threaded_mainloop_stop(loop_.get());
+}
 
 void ServerConnection::connect() {
     context_.reset(pa_context_new_with_proplist(pa_threaded_mainloop_get_api(loop_.get()), nullptr,
