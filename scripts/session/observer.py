@@ -13,6 +13,13 @@ def environment_for(folder):
     return dict(os.environ, **{name: str(folder / place) for name, place in places.items()})
 
 
+def cpu_seconds(pid):
+    """User and system time of a process, all its threads included (proc(5), stat)."""
+    with open(f"/proc/{pid}/stat", encoding="utf-8", errors="replace") as file:
+        fields = file.read().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
 class Observer:
     """Starts the program in the current display; its log is kept in `folder`/observer.log."""
 
@@ -39,11 +46,36 @@ class Observer:
         finally:
             connection.close()
 
+    def wait_for(self, matches, what, seconds=PATIENCE):
+        """The first stored event for which `matches(event)` holds."""
+        def stored():
+            return next((event for event in self.events() if matches(event)), None)
+        return wait_until(stored, seconds, what)
+
     def wait_for_title(self, title):
         """The first stored event with this title."""
-        def stored():
-            return next((event for event in self.events() if event["title"] == title), None)
-        return wait_until(stored, what=f"an event titled '{title}'")
+        return self.wait_for(lambda event: event["title"] == title, f"an event titled '{title}'")
+
+    def children(self):
+        """The process ids of the children that it started."""
+        task = f"/proc/{self.process.pid}/task"
+        found = []
+        for thread in os.listdir(task):
+            with open(f"{task}/{thread}/children", encoding="ascii") as file:
+                found += [int(pid) for pid in file.read().split()]
+        return found
+
+    def cpu_seconds(self):
+        """What the program itself has used so far, its ended children left out."""
+        return cpu_seconds(self.process.pid)
+
+    def cpu_seconds_of_children(self):
+        return sum(cpu_seconds(pid) for pid in self.children())
+
+    def kept_bytes(self):
+        """All bytes of all files in the data folder, database and its companions alike."""
+        files = sorted(path for path in self.database.parent.rglob("*") if path.is_file())
+        return b"".join(path.read_bytes() for path in files)
 
     def stop(self):
         """Asks the program to end, as a session does at logout; returns its exit status."""

@@ -1,0 +1,133 @@
+"""Programs as their users have them on the screen, observed by the whole program.
+
+A secret is a few words that only a private window shows. None of them may be in any byte of the
+data folder afterwards; the same words in an ordinary window have to be found in it, or the search
+would prove nothing.
+"""
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from observer import Observer
+from windows import TextWindow, wait_until, xdotool
+
+# A tick, the reading of a full screen in the idle class on a busy machine, and some more.
+PATIENCE = 90
+
+
+def big_page(words):
+    """A page whose words are large enough to be read in a small window."""
+    return f"<style>body{{font:28px 'DejaVu Sans'}}</style><p>{'<p>'.join(words)}</p>"
+
+
+def windows_of(window_class):
+    return xdotool("search", "--onlyvisible", "--class", window_class).split()
+
+
+def new_window(window_class, before, title=""):
+    """The window of this class that wasn't there before, once its title contains `title`."""
+    def found():
+        return next((window for window in windows_of(window_class)
+                     if window not in before and title in xdotool("getwindowname", window)
+                     and xdotool("getwindowname", window)), None)
+    return wait_until(found, what=f"a window of {window_class} titled {title}")
+
+
+def place(window, left, top, width, height):
+    xdotool("windowsize", "--sync", window, str(width), str(height))
+    xdotool("windowmove", window, str(left), str(top))
+
+
+def bring_to_front(window):
+    xdotool("windowactivate", window)
+    wait_until(lambda: xdotool("getactivewindow") == window, what="the window in front")
+
+
+class Started:
+    """A program that ends with the test."""
+
+    def __init__(self, command, **options):
+        self.log = open(os.path.join(os.environ["HOME"], "programs.log"), "ab")
+        self.process = subprocess.Popen(command, stdout=self.log, stderr=self.log,
+                                        **{"stdin": subprocess.DEVNULL, **options})
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.terminate()
+        try:
+            self.process.wait(20)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+        self.log.close()
+
+
+class Firefox(Started):
+    """One window with a profile of its own."""
+
+    PREFERENCES = {"browser.aboutwelcome.enabled": False, "browser.startup.page": 0,
+                   "datareporting.policy.dataSubmissionEnabled": False,
+                   "browser.shell.checkDefaultBrowser": False, "app.update.enabled": False,
+                   "datareporting.policy.firstRunURL": "", "browser.tabs.closeWindowWithLastTab": True}
+
+    def __init__(self, address, title, private=False, language=""):
+        before = windows_of("firefox")
+        profile = tempfile.mkdtemp(prefix="firefox.", dir=os.environ["HOME"])
+        preferences = dict(self.PREFERENCES, **({"intl.locale.requested": language} if language else {}))
+        with open(os.path.join(profile, "user.js"), "w", encoding="utf-8") as file:
+            for name, value in preferences.items():
+                text = f'"{value}"' if isinstance(value, str) else str(value).lower()
+                file.write(f'user_pref("{name}", {text});\n')
+        super().__init__(["firefox-esr", "--no-remote", "--profile", profile,
+                          *(["--private-window"] if private else []), address])
+        self.window = new_window("firefox", before, title)
+
+
+class CaptureTest(unittest.TestCase):
+    """Gives each test the running program with a data folder of its own."""
+
+    program = None  # the path; set by the file that holds the tests
+
+    def setUp(self):
+        folder = self.enterContext(tempfile.TemporaryDirectory(prefix="mnemora-capture."))
+        self.observer = Observer(self.program, pathlib.Path(folder))
+        self.addCleanup(self.observer.stop)
+
+    def started(self, thing):
+        self.addCleanup(thing.close)
+        return thing
+
+    def terminal(self, title, text):
+        """At the left of the screen, and in front."""
+        window = self.started(TextWindow(title, text))
+        place(window.identifier, 20, 40, 640, 300)
+        window.bring_to_front()
+        return window
+
+    def noted(self, title):
+        """The event of the window in front, whose title contains `title`."""
+        return self.observer.wait_for(lambda event: title in (event["title"] or ""),
+                                      f"an event titled {title}", PATIENCE)
+
+    def assert_read(self, event, words):
+        body = (event["body"] or "").lower()
+        for word in words:
+            self.assertIn(word.lower(), body, event["title"])
+
+    def assert_withheld(self, event):
+        self.assertIsNone(event["body"], event["title"])
+
+    def assert_kept(self, words):
+        """That the search below finds what is there."""
+        for word in words:
+            self.assertIn(word.lower().encode(), self.observer.kept_bytes().lower())
+
+    def assert_never_kept(self, words):
+        kept = self.observer.kept_bytes().lower()
+        self.assertGreater(len(kept), 4096)
+        for word in words:
+            self.assertNotIn(word.lower().encode(), kept, "a secret was kept")
