@@ -16,6 +16,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 #include <vector>
@@ -57,11 +58,11 @@ class IconView : public QWidget {
         constexpr double radius = 19;
         QPainter painter(this);
         painter.setRenderHints(QPainter::Antialiasing | QPainter::SmoothPixmapTransform);
-        QPixmap picture = icon_.pixmap(size(), devicePixelRatioF());
+        QImage picture = icon_.pixmap(size(), devicePixelRatioF()).toImage();
+        picture.setDevicePixelRatio(1);
         QBrush brush(picture);
-        const double scale = width() / picture.deviceIndependentSize().width();
-        brush.setTransform(QTransform::fromScale(scale / picture.devicePixelRatio(),
-                                                 scale / picture.devicePixelRatio()));
+        const double scale = static_cast<double>(width()) / std::max(picture.width(), 1);
+        brush.setTransform(QTransform::fromScale(scale, scale));
         painter.fillPath(desktop::continuousRoundedRectangle(rect(), radius), brush);
     }
 
@@ -136,6 +137,8 @@ class OnboardingWindow::Window : public QDialog {
         setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                        Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
         setWindowTitle(QStringLiteral("Welcome to Mnemora"));
+        setFocusPolicy(Qt::ClickFocus); // no ring is drawn before the keyboard is used
+        setFocus();
         build();
         update();
         QObject::connect(&poll_, &QTimer::timeout, this, [this] { recheck(); });
@@ -211,7 +214,6 @@ class OnboardingWindow::Window : public QDialog {
         QObject::connect(primary_, &QPushButton::clicked, this, [this] { view_.close(); });
         row->addWidget(restart_, 1);
         row->addWidget(primary_, 1);
-        primary_->setFocus();
         return row.release();
     }
 

@@ -96,7 +96,7 @@ PermissionPage accessibilityPage(const AccessibilityFacts& facts) {
         page.notes = {"Programs that are already running have to be restarted before their titles "
                       "are known.",
                       "You can turn it off again on this page."};
-        page.buttons = {{"Turn On", PermissionAction::turnAccessibilityOn}};
+        page.buttons = {{"Turn On", PermissionAction::turnAccessibilityOn, true}};
     }
     return page;
 }
@@ -112,7 +112,7 @@ PermissionPage screenPage(const ScreenFacts& facts) {
         page.notes = {"On X11 every program of yours may read the screen, so there is nothing to "
                       "switch on or off here. To stop it, quit Mnemora."};
     } else if (facts.isWayland) {
-        page.state = "The screen of a Wayland session can't be read yet.";
+        page.state = "This is a Wayland session, whose screen Mnemora can't read.";
         page.notes = {"Log out and choose the session of your desktop that runs on X11 or Xorg on "
                       "the login screen. Titles and browser pages are kept without it."};
     } else {
@@ -143,7 +143,7 @@ PermissionPage automationPage(const AutomationFacts& facts) {
     page.notes.emplace_back("Removing takes the extension and its two small files away for every "
                             "browser.");
     if (any(facts, true))
-        page.buttons.push_back({"Install Extension", PermissionAction::installExtension});
+        page.buttons.push_back({"Install Extension", PermissionAction::installExtension, true});
     if (any(facts, false))
         page.buttons.push_back({"Remove Extension", PermissionAction::removeExtension});
     return page;

@@ -35,6 +35,7 @@ struct PermissionPage {
     struct Button {
         std::string label;
         PermissionAction action;
+        bool isMain = false; // what most people open the page for; Return presses it
         bool operator==(const Button&) const = default;
     };
 
@@ -44,7 +45,7 @@ struct PermissionPage {
     std::string explanation;
     std::vector<Item> items = {};
     std::vector<std::string> notes = {};
-    std::vector<Button> buttons = {}; // at most two; the first is what most people come for
+    std::vector<Button> buttons = {}; // at most two
 
     bool operator==(const PermissionPage&) const = default;
 };

@@ -27,7 +27,7 @@ std::unique_ptr<QWidget> itemView(const PermissionPage::Item& item) {
         std::make_unique<TextLabel>(item.name, brandFont(13, QFont::DemiBold)).release());
     auto detail =
         std::make_unique<TextLabel>(item.detail, brandFont(11), TextLabel::Tone::secondary);
-    detail->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    detail->setTextInteractionFlags(Qt::TextSelectableByMouse); // paths are there to be copied
     texts->addWidget(detail.release());
     auto row = std::make_unique<QHBoxLayout>();
     row->setContentsMargins(12, 10, 12, 10);
@@ -51,6 +51,8 @@ PermissionWindow::PermissionWindow(Reader read, Actor act)
     : read_(std::move(read)), act_(std::move(act)), page_(read_()) {
     setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                    Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
+    setFocusPolicy(Qt::ClickFocus); // no ring is drawn before the keyboard is used
+    setFocus();
     build();
     showPage();
     QObject::connect(&poll_, &QTimer::timeout, this, [this] { refresh(); });
@@ -110,7 +112,6 @@ void PermissionWindow::addFoot(QVBoxLayout& stack) {
     close_ = largeButton("Close", true);
     QObject::connect(close_, &QPushButton::clicked, this, [this] { close(); });
     row->addWidget(close_, 1);
-    close_->setFocus();
     stack.addLayout(row.release());
 }
 
@@ -149,12 +150,17 @@ void PermissionWindow::showItems() {
 }
 
 void PermissionWindow::showButtons() {
+    bool hasMain = false;
     for (std::size_t i = 0; i < buttons_.size(); ++i) {
         const bool isUsed = i < page_.buttons.size();
         if (isUsed)
             buttons_[i]->setText(toolkitText(page_.buttons[i].label));
         buttons_[i]->setVisible(isUsed);
+        const bool isMain = isUsed && page_.buttons[i].isMain;
+        setTinted(*buttons_[i], isMain);
+        hasMain = hasMain || isMain;
     }
+    setTinted(*close_, !hasMain);
 }
 
 void PermissionWindow::press(std::size_t button) {

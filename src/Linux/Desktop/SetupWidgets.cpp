@@ -134,18 +134,21 @@ QPushButton* largeButton(std::string_view label, bool tinted) {
     QPushButton* made = button(label, brandFont(14, QFont::DemiBold));
     made->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed); // equal shares of the width
     made->setMinimumHeight(36);
-    if (!tinted)
-        return made;
-    made->setDefault(true);
-    const QColor color = terracotta();
-    made->setStyleSheet(
-        QStringLiteral("QPushButton { color: white; background: %1; border: 2px solid %1;"
-                       " border-radius: 7px; padding: 4px 12px; }"
-                       "QPushButton:hover { background: %2; border-color: %2; }"
-                       "QPushButton:pressed { background: %3; border-color: %3; }"
-                       "QPushButton:focus { border-color: palette(window-text); }")
-            .arg(color.name(), color.lighter(106).name(), color.darker(112).name()));
+    setTinted(*made, tinted);
     return made;
+}
+
+void setTinted(QPushButton& button, bool tinted) {
+    button.setDefault(tinted);
+    const QColor color = terracotta();
+    button.setStyleSheet(
+        tinted ? QStringLiteral("QPushButton { color: white; background: %1; border: 2px solid %1;"
+                                " border-radius: 7px; padding: 4px 12px; outline: none; }"
+                                "QPushButton:hover { background: %2; border-color: %2; }"
+                                "QPushButton:pressed { background: %3; border-color: %3; }"
+                                "QPushButton:focus { border-color: palette(window-text); }")
+                     .arg(color.name(), color.lighter(106).name(), color.darker(112).name())
+               : QString());
 }
 
 QPushButton* regularButton(std::string_view label) {

@@ -59,6 +59,9 @@ class RowFrame : public QWidget {
 /// A large button; the tinted one is the window's default.
 [[nodiscard]] QPushButton* largeButton(std::string_view label, bool tinted);
 
+/// Tints the button and makes it its window's default, or takes both back.
+void setTinted(QPushButton& button, bool tinted);
+
 /// A button of the usual size.
 [[nodiscard]] QPushButton* regularButton(std::string_view label);
 
