@@ -149,6 +149,8 @@ void setTinted(QPushButton& button, bool tinted) {
                                 "QPushButton:focus { border-color: palette(window-text); }")
                      .arg(color.name(), color.lighter(106).name(), color.darker(112).name())
                : QString());
+    if (!tinted)
+        button.setPalette({}); // the style sheet's colours stay behind otherwise
 }
 
 QPushButton* regularButton(std::string_view label) {

@@ -1,0 +1,146 @@
+"""A new user goes through the setup window, first by keyboard, then by assistive technology.
+
+Usage: setup_window_test.py PROGRAM, inside a desktop session whose accessibility is switched off.
+"""
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from observer import Observer
+from windows import PATIENCE, wait_until, xdotool
+
+import gi
+
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib
+
+PROGRAM = sys.argv[1]
+TITLES_GRANTED = "Granted — knows which app & window you're in."
+
+
+def is_on(switch):
+    answer = subprocess.run(
+        ["gdbus", "call", "--session", "--dest", "org.a11y.Bus", "--object-path", "/org/a11y/bus",
+         "--method", "org.freedesktop.DBus.Properties.Get", "org.a11y.Status", switch],
+        capture_output=True, text=True, check=True, timeout=PATIENCE)
+    return "true" in answer.stdout
+
+
+def window(title):
+    found = wait_until(lambda: xdotool("search", "--onlyvisible", "--name", f"^{title}$"),
+                       what=f"the window '{title}'").split()
+    assert len(found) == 1, f"{len(found)} windows are called '{title}'"
+    return found[0]
+
+
+def press(identifier, *keys):
+    xdotool("windowactivate", identifier)
+    wait_until(lambda: xdotool("getactivewindow") == identifier, what="the window in front")
+    for key in keys:
+        xdotool("key", key)
+
+
+class AccessibleProgram:
+    """The program's own windows, as assistive technology finds them."""
+
+    def __init__(self, process):
+        self.process = process
+
+    def objects(self):
+        """Everything below the program; what goes away meanwhile is left out."""
+        todo = [Atspi.get_desktop(0)]
+        while todo:
+            try:
+                parent = todo.pop()
+                parent.clear_cache()
+                children = [parent.get_child_at_index(i) for i in range(parent.get_child_count())]
+                if parent.get_role() == Atspi.Role.DESKTOP_FRAME:
+                    children = [child for child in children
+                                if child and child.get_process_id() == self.process]
+                todo += [child for child in children if child]
+                yield parent.get_role(), parent.get_name(), parent
+            except GLib.Error:
+                continue
+
+    def shows(self, text):
+        return any(name == text and item.get_state_set().contains(Atspi.StateType.SHOWING)
+                   for _, name, item in self.objects())
+
+    def buttons(self):
+        return {name: item for role, name, item in self.objects()
+                if role == Atspi.Role.PUSH_BUTTON
+                and item.get_state_set().contains(Atspi.StateType.SHOWING)}
+
+    def click(self, name):
+        button = wait_until(lambda: self.buttons().get(name), what=f"the button '{name}'")
+        Atspi.Action.do_action(button, 0)
+
+
+class SetupWindowTest(unittest.TestCase):
+    def setUp(self):
+        # The toolkit shows its windows on the accessibility bus even when that is switched on
+        # after the program has started.
+        os.environ["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1"
+        folder = tempfile.TemporaryDirectory(prefix="mnemora-setup.")
+        self.addCleanup(folder.cleanup)
+        self.configuration = pathlib.Path(folder.name) / "config"
+        (self.configuration / "chromium").mkdir(parents=True)  # this user has used Chromium
+        self.observer = Observer(PROGRAM, pathlib.Path(folder.name))
+        self.addCleanup(self.observer.stop)
+        self.program = AccessibleProgram(self.observer.process.pid)
+
+    def extension_files(self):
+        return sorted(path.parent.name for path in self.configuration.glob("chromium/*/*.json"))
+
+    def test_grants_what_its_buttons_promise(self):
+        self.assertFalse(is_on("IsEnabled"))
+        self.turn_accessibility_on_by_keyboard()
+        self.the_setup_window_follows()
+        self.install_and_remove_the_extension()
+        self.the_primary_button_closes()
+
+    def turn_accessibility_on_by_keyboard(self):
+        welcome = window("Welcome to Mnemora")
+        press(welcome, "Tab", "space")  # the first button: the screen is readable already
+        press(window("Accessibility"), "Return")
+        wait_until(lambda: is_on("IsEnabled"), what="accessibility to be on")
+        self.assertFalse(is_on("ScreenReaderEnabled"))
+        # The same click again is one that undoes it, and Return isn't that one.
+        wait_until(lambda: "Turn Off" in self.program.buttons(), what="the way back")
+        press(window("Accessibility"), "Return")
+        wait_until(lambda: not xdotool("search", "--onlyvisible", "--name", "^Accessibility$"),
+                   what="the page to close")
+        self.assertTrue(is_on("IsEnabled"))
+
+    def the_setup_window_follows(self):
+        wait_until(lambda: self.program.shows(TITLES_GRANTED), what="the second row to follow")
+        buttons = self.program.buttons()
+        self.assertEqual(set(buttons), {"Grant: Browser pages (optional)", "Start remembering"})
+
+    def install_and_remove_the_extension(self):
+        self.program.click("Grant: Browser pages (optional)")
+        self.program.click("Install Extension")
+        wait_until(lambda: self.extension_files() == ["External Extensions",
+                                                      "NativeMessagingHosts"],
+                   what="both files")
+        for file in self.configuration.glob("chromium/*/*.json"):
+            content = json.loads(file.read_text())
+            program_or_package = content.get("path") or content["external_crx"]
+            self.assertTrue(pathlib.Path(program_or_package).is_file(), content)
+        self.program.click("Remove Extension")
+        wait_until(lambda: not self.extension_files(), what="the files to go")
+
+    def the_primary_button_closes(self):
+        press(window("Welcome to Mnemora"), "Return")
+        wait_until(lambda: not xdotool("search", "--onlyvisible", "--name", "^Welcome to Mnemora$"),
+                   what="the window to close")
+        self.assertEqual(self.observer.stop(), 0, self.observer.log.read_text())
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
