@@ -16,9 +16,9 @@ LEFT, RIGHT, TOP, BOTTOM = 19.28, 130.138, 59.76, 151.98
 CURVES, LINES, CHARACTERS = 64, 20, 2912
 TERRACOTTA = "#e2683f"
 
-# The trace between the halves: up along the leaf, one level step, and on to the tip. A quarter of
-# the mark's height is left and right of it each; 11 units are one and a half pixels at 18 px.
-MIDDLE, STEP_FROM, STEP_TO, GAP = 107.0, 62.0, 89.0, 12.0
+# The trace between the halves: up along the leaf, one level step, and on to the tip. Its width is
+# two pixels at 18 px.
+MIDDLE, STEP_FROM, STEP_TO, GAP = 107.0, 62.0, 89.0, 14.5
 
 
 class Segment:

@@ -12,7 +12,6 @@ namespace mnemora::desktop {
 namespace {
 
 constexpr double iconCorner = 19.0 / 84; // of its side, as the setup window rounds it
-constexpr double iconMark = 0.7;         // of its side
 
 QPainterPath toolkitPath(const VectorPath& path, double height) {
     const auto point = [height](const PathPoint& p) { return QPointF(p.x, height - p.y); };
@@ -87,10 +86,11 @@ QImage drawApplicationIcon(int pixels) {
     QPainter painter(&picture);
     painter.setRenderHint(QPainter::Antialiasing);
     const double side = pixels;
+    const double mark = pixels < 32 ? 0.84 : 0.7; // of its side; small ones need more to be legible
     painter.fillPath(continuousRoundedRectangle(QRectF(0, 0, side, side), side * iconCorner),
                      terracotta());
-    painter.translate(side * (1 - iconMark) / 2, side * (1 - iconMark) / 2);
-    painter.fillPath(menuBarPath(side * iconMark), Qt::white);
+    painter.translate(side * (1 - mark) / 2, side * (1 - mark) / 2);
+    painter.fillPath(menuBarPath(side * mark), Qt::white);
     return picture;
 }
 
