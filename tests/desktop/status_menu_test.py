@@ -1,0 +1,176 @@
+"""The program's icon and menu in real status areas, seen and used from outside.
+
+Usage: status_menu_test.py PROGRAM Tray|Bus, inside a desktop session, for Tray with a system tray
+and the accessibility bus.
+"""
+import itertools
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from observer import Observer, environment_for
+from status_panel import StatusPanel
+from windows import PATIENCE, TextWindow, wait_until, xdotool
+
+PROGRAM, AREA = sys.argv[1:3]
+COMMANDS = ["🔴  Record meeting (on-device)", "Meetings…", "Setup & Permissions…", "Quit Mnemora"]
+
+
+class StatusTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.window = TextWindow("A & b_c", "Nothing much.")
+        self.addCleanup(self.window.close)
+
+    def launch(self):
+        self.program = Observer(PROGRAM, self.folder)
+        self.addCleanup(self.program.stop)
+
+    def panel(self, **options):
+        panel = StatusPanel(**options)
+        self.addCleanup(panel.close)
+        return panel
+
+    def wait_for_log(self, text):
+        wait_until(lambda: text in self.program.log.read_text(), what=f"'{text}' in the log")
+
+    def expect_end(self):
+        """The program ends by itself, within a second."""
+        began = time.monotonic()
+        self.assertEqual(self.program.process.wait(PATIENCE), 0)
+        self.assertLess(time.monotonic() - began, 1)
+
+    def start_again(self):
+        return subprocess.run([PROGRAM], env=environment_for(self.folder), capture_output=True,
+                              text=True, timeout=PATIENCE, check=False)
+
+    def windows_named(self, name):
+        return xdotool("search", "--onlyvisible", "--name", f"^{name}$").split()
+
+
+@unittest.skipUnless(AREA == "Bus", "another area")
+class BusTest(StatusTest):
+    def test_the_menu_is_new_each_time_a_panel_opens_it(self):
+        panel = self.panel()
+        self.launch()
+        panel.wait_for_item()
+        self.assertEqual(panel.property("ToolTip")[2], "Mnemora")
+        self.assertTrue(panel.property("ItemIsMenu"))
+        sizes = {(width, height) for width, height, _ in panel.property("IconPixmap")}
+        self.assertLessEqual({(16, 16), (22, 22), (44, 44)}, sizes)
+        self.program.wait_for_title("A & b_c")
+        changed, texts = panel.open_menu()
+        self.assertEqual(texts[1:], ["1 memories today", "-", "RECENT", "  XTerm — A & b__c", "-"]
+                         + COMMANDS)
+        former_quit = panel.find("Quit")
+        self.assertEqual(former_quit[1]["shortcut"], [["Control", "q"]])
+        self.assertFalse(panel.open_menu()[0])
+        other = TextWindow("Another", "Else.", "+80+80")
+        self.addCleanup(other.close)
+        other.bring_to_front()
+        self.program.wait_for_title("Another")
+        changed, texts = panel.open_menu()
+        self.assertTrue(changed)
+        self.assertEqual(texts[4], "  XTerm — Another")
+        panel.click(former_quit[0])  # of a menu that is no longer there
+        panel.click(panel.find("RECENT")[0])
+        self.assertFalse(panel.open_menu()[0])
+        panel.click(panel.find("Quit")[0])
+        self.expect_end()
+
+    def test_the_icon_appears_when_a_panel_does_minutes_later_too(self):
+        self.launch()
+        self.wait_for_log("no status area here")
+        first = self.panel()
+        first.wait_for_item()
+        first.close()
+        second = self.panel(shows=False)
+        second.wait_for_item()
+        second.say_shows(True)
+        second.open_menu()
+        self.assertEqual(self.program.log.read_text().count("no status area"), 1)
+
+    def test_a_second_start_opens_the_menu_of_the_first(self):
+        self.launch()
+        self.program.wait_for_title("A & b_c")
+        again = self.start_again()
+        self.assertEqual((again.returncode, again.stdout), (0, ""))
+        self.assertIn("[mnemora] Mnemora runs already and shows its menu\n", again.stderr)
+        wait_until(lambda: self.windows_named("Mnemora"), what="the menu's window")
+        wait_until(lambda: xdotool("getwindowname", xdotool("getactivewindow")) == "Mnemora",
+                   what="the menu in front")
+        xdotool("key", "Escape")
+        wait_until(lambda: not self.windows_named("Mnemora"), what="the menu's end")
+        self.start_again()
+        wait_until(lambda: xdotool("getwindowname", xdotool("getactivewindow")) == "Mnemora",
+                   what="the menu in front")
+        xdotool("key", "ctrl+q")
+        self.expect_end()
+
+    def test_a_start_waits_for_one_that_is_ending(self):
+        self.launch()
+        self.wait_for_log("capture started")
+        former = self.program
+        following = subprocess.Popen([PROGRAM], env=environment_for(self.folder),
+                                     stderr=subprocess.PIPE, text=True)
+        self.addCleanup(following.stderr.close)
+        self.addCleanup(following.wait)
+        self.addCleanup(following.terminate)
+        former.stop()
+        lines = list(itertools.takewhile(lambda line: "capture started" not in line,
+                                         following.stderr))
+        self.assertIsNone(following.poll(), lines)
+
+
+@unittest.skipUnless(AREA == "Tray", "another area")
+class TrayTest(StatusTest):
+    def icon(self):
+        """The icon's window inside the tray, once it is there."""
+        tray = wait_until(lambda: xdotool("search", "--class", "trayer").split(),
+                          what="the tray")[-1]
+        tree = subprocess.run(["xwininfo", "-tree", "-id", tray], capture_output=True, text=True,
+                              check=True).stdout
+        return next((line.split()[0] for line in tree.splitlines() if '"Mnemora"' in line), None)
+
+    def click(self, button):
+        icon = wait_until(self.icon, what="the icon")
+        xdotool("mousemove", "--sync", "--window", icon, "8", "8")
+        xdotool("click", button)
+
+    def windows(self):
+        """The program's windows but the icon."""
+        found = xdotool("search", "--onlyvisible", "--class", "^mnemora$").split()
+        return [window for window in found if self.width(window) > 100]
+
+    @staticmethod
+    def width(window):
+        size = xdotool("getwindowgeometry", "--shell", window)
+        return next((int(line[6:]) for line in size.splitlines() if line.startswith("WIDTH=")), 0)
+
+    def open_menu(self, button):
+        former = self.windows()
+        self.click(button)
+        wait_until(lambda: set(self.windows()) - set(former), what="the menu")
+
+    def test_either_button_opens_the_menu_and_its_keys_work(self):
+        self.launch()
+        self.program.wait_for_title("A & b_c")
+        self.open_menu("3")
+        xdotool("key", "Escape")
+        wait_until(lambda: not self.windows(), what="the menu's end")
+        self.open_menu("1")
+        xdotool("key", "Down", "Down", "Down", "Return")  # what is plain text is passed over
+        wait_until(lambda: self.windows_named("Welcome to Mnemora"), what="the setup window")
+        self.open_menu("1")
+        xdotool("key", "ctrl+q")
+        self.expect_end()
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
