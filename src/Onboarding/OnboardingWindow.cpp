@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QDialog>
+#include <QEvent>
 #include <QGraphicsDropShadowEffect>
 #include <QGuiApplication>
 #include <QHBoxLayout>
@@ -134,7 +135,7 @@ class RowView : public desktop::RowFrame {
 class OnboardingWindow::Window : public QDialog {
   public:
     explicit Window(std::function<void()> onClose) : view_(std::move(onClose)) {
-        setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+        setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                        Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
         setWindowTitle(QStringLiteral("Welcome to Mnemora"));
         setFocusPolicy(Qt::ClickFocus); // no ring is drawn before the keyboard is used
@@ -158,6 +159,12 @@ class OnboardingWindow::Window : public QDialog {
     }
 
   protected:
+    bool event(QEvent* event) override {
+        const bool handled = QDialog::event(event);
+        if (event->type() == QEvent::LayoutRequest) // a text has become shorter or longer
+            fitHeight();
+        return handled;
+    }
     // Nobody sees a hidden window's states: its browsers aren't asked every second.
     void showEvent(QShowEvent* event) override {
         recheck();

@@ -2,6 +2,7 @@
 
 #include "Linux/Desktop/SetupWidgets.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
 
@@ -49,7 +50,7 @@ std::string paragraphs(const std::vector<std::string>& notes) {
 
 PermissionWindow::PermissionWindow(Reader read, Actor act)
     : read_(std::move(read)), act_(std::move(act)), page_(read_()) {
-    setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                    Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
     setFocusPolicy(Qt::ClickFocus); // no ring is drawn before the keyboard is used
     setFocus();
@@ -62,6 +63,18 @@ void PermissionWindow::bringToFront() {
     showNormal();
     raise();
     activateWindow();
+}
+
+bool PermissionWindow::event(QEvent* event) {
+    const bool handled = QDialog::event(event);
+    if (event->type() == QEvent::LayoutRequest) // a text has become shorter or longer
+        fitHeight();
+    return handled;
+}
+
+void PermissionWindow::fitHeight() {
+    layout()->activate();
+    setFixedHeight(layout()->heightForWidth(windowWidth));
 }
 
 void PermissionWindow::showEvent(QShowEvent* event) {
@@ -132,8 +145,7 @@ void PermissionWindow::showPage() {
     notes_->setVisible(!page_.notes.empty());
     showItems();
     showButtons();
-    layout()->activate();
-    setFixedHeight(layout()->heightForWidth(windowWidth));
+    fitHeight();
 }
 
 void PermissionWindow::showItems() {

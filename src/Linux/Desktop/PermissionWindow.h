@@ -27,6 +27,7 @@ class PermissionWindow : public QDialog {
     void bringToFront();
 
   protected:
+    bool event(QEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
 
@@ -34,6 +35,7 @@ class PermissionWindow : public QDialog {
     void build();
     void addHead(QVBoxLayout& stack);
     void addFoot(QVBoxLayout& stack);
+    void fitHeight();
     void refresh();
     void showPage();
     void showItems();
