@@ -1,5 +1,6 @@
 #include "Store/DatabaseFile.h"
 
+#include "Store/PageReadAhead.h"
 #include "Support/FileDescriptor.h"
 #include "Support/UserFolders.h"
 
@@ -89,6 +90,7 @@ sqlite3* openDatabase(const std::filesystem::path& path) {
     sqlite3_busy_timeout(db, busyTimeoutMs);
     for (const char* script : {"PRAGMA journal_mode=WAL;", schema, mapWholeFile})
         sqlite3_exec(db, script, nullptr, nullptr, nullptr);
+    allowReadAhead(db);
     return db;
 }
 

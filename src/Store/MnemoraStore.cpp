@@ -3,6 +3,7 @@
 #include "Log.h"
 #include "Platform/CoreServices.h"
 #include "Store/DatabaseFile.h"
+#include "Store/PageReadAhead.h"
 #include "Store/Statement.h"
 #include "Text/Characters.h"
 #include "Text/Encoding.h"
@@ -196,6 +197,7 @@ std::vector<SemanticMatch> MnemoraStore::semanticTopK(std::span<const float> que
         // The connection's lock is taken once: every step and column read takes it again, which
         // costs next to nothing for the thread that holds it.
         const ConnectionLock lock(db_);
+        const ReadAheadScope readAhead;
         const Statement statement(db_, "SELECT event_id, vec FROM embeddings;");
         while (statement && statement.stepToRow()) {
             const auto vector = statement.blob(1);
