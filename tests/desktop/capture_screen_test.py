@@ -60,10 +60,11 @@ class ProgramsTest(CaptureTest):
     def test_notes_and_reads_nothing_while_a_locker_or_a_screen_saver_is_on(self):
         self.terminal("Before", "Words before the break")
         self.noted("Before")
-        spent = self.observer.cpu_seconds_of_children()
         locker = self.started(Started(["i3lock", "--nofork"]))
         wait_until(lambda: xdotool("search", "--onlyvisible", "--class", "i3lock"),
                    what="the locker")
+        wait_until(self.is_recogniser_at_rest, what="the last picture to be read")
+        spent = self.observer.cpu_seconds_of_children()
         self.terminal("Behind the locker", "Words that nobody sees")
         time.sleep(1.2 * PACE)  # in which nothing may happen
         subprocess.run(["xset", "s", "activate"], check=True)
@@ -73,6 +74,11 @@ class ProgramsTest(CaptureTest):
         self.assertEqual(self.observer.cpu_seconds_of_children(), spent)
         subprocess.run(["xset", "s", "reset"], check=True)
         self.noted("Behind the locker")
+
+    def is_recogniser_at_rest(self):
+        spent = self.observer.cpu_seconds_of_children()
+        time.sleep(1)
+        return self.observer.cpu_seconds_of_children() == spent
 
 
 class PrivateBrowsersTest(CaptureTest):
