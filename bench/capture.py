@@ -236,8 +236,12 @@ def main():
     parser.add_argument("--program", default=str(ROOT / "build/release/bin/mnemora"))
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--accessibility", action="store_true", help=argparse.SUPPRESS)
-    parser.add_argument("parts", nargs="*", choices=[[], *PARTS], default=list(PARTS))
+    parser.add_argument("parts", nargs="*", metavar="part", help=", ".join(PARTS))
     options = parser.parse_args()
+    unknown = set(options.parts) - set(PARTS)
+    if unknown:
+        parser.error(f"no part named {unknown.pop()}")
+    options.parts = options.parts or list(PARTS)
     options.program = str(pathlib.Path(options.program).resolve())
     if options.inside:
         with tempfile.TemporaryDirectory(prefix="mnemora-bench.") as folder:
