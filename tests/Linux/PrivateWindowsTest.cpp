@@ -150,6 +150,7 @@ TEST(FrontContent, OfABrowserIsReadOnlyWhenItIsKnownNotToBePrivate) {
         std::optional<WindowReading> reading;
         bool mayBeRead;
         bool startedPrivate = false;
+        std::string instance = "Navigator";
     };
     const WindowReading news{"News - Chromium", true};
     const std::vector<Case> cases = {
@@ -170,12 +171,18 @@ TEST(FrontContent, OfABrowserIsReadOnlyWhenItIsKnownNotToBePrivate) {
         {Browser::Firefox, "News — Mozilla Firefox", std::nullopt, true},
         {Browser::Firefox, "News — Mozilla Firefox Privater Modus", std::nullopt, false},
         {Browser::Firefox, std::nullopt, std::nullopt, false},
+        {Browser::Firefox, "Page Info — https://bank.example", std::nullopt, false, false,
+         "Browser"},
+        {Browser::Firefox, "Developer Tools — Bank", std::nullopt, false, false, "Devtools"},
+        {Browser::Firefox, "Picture-in-Picture", std::nullopt, false, false, "Toolkit"},
+        {Browser::Firefox, "Bank — Mozilla Firefox", std::nullopt, false, false, ""},
         {Browser::Unmarked, "News", WindowReading{"News", true}, false},
     };
     PrivateWindowMarkers markers;
     for (const Case& test : cases) {
         FrontFacts facts;
         facts.window.title = test.shown;
+        facts.window.identity.instance = test.instance;
         facts.window.identity.process.startedPrivate = test.startedPrivate;
         facts.application.browser = test.browser;
         facts.reading = test.reading;

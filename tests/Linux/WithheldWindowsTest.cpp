@@ -81,6 +81,7 @@ TEST(WithheldWindow, IsOneThatTheFilterConcealsOrWhosePrivacyIsUnknown) {
         bool isWithheld;
         std::string bundle = "org.example.Program";
         bool isManaged = true;
+        std::string instance = "Navigator";
     };
     const std::string news = "News - Chromium";
     const std::string hidden = "Bank - Chromium (Incognito)";
@@ -103,6 +104,8 @@ TEST(WithheldWindow, IsOneThatTheFilterConcealsOrWhosePrivacyIsUnknown) {
         {Browser::Firefox, "News — Mozilla Firefox", {}, false},
         {Browser::Firefox, "News — Mozilla Firefox Privater Modus", {}, true},
         {Browser::Firefox, std::nullopt, {}, true},
+        {Browser::Firefox, "Page Info — https://bank.example", {}, true, "", true, "Browser"},
+        {Browser::Firefox, "Picture-in-Picture", {}, true, "", true, "Toolkit"},
         {Browser::Unmarked, "News", names({"News"}), true},
         {Browser::WebKit, "News", {}, true}, // of a process that nothing is known of
     };
@@ -111,6 +114,7 @@ TEST(WithheldWindow, IsOneThatTheFilterConcealsOrWhosePrivacyIsUnknown) {
         StackedFacts facts;
         facts.window.front.window = test.isManaged ? 1 : 0;
         facts.window.front.title = test.title;
+        facts.window.front.identity.instance = test.instance;
         facts.application = {test.bundle, std::nullopt, test.browser};
         facts.reading = test.reading;
         EXPECT_EQ(isWithheld(facts, markers), test.isWithheld)

@@ -24,7 +24,7 @@ bool chromiumMayBeRead(const FrontFacts& facts, PrivateWindowMarkers& markers) {
 bool firefoxMayBeRead(const FrontFacts& facts) {
     const auto& shown = facts.window.title;
     const auto name = facts.reading ? facts.reading->name : std::nullopt;
-    if (!shown && !name)
+    if ((!shown && !name) || !isFirefoxBrowserWindow(facts.window.identity.instance))
         return false;
     return !PrivateWindowMarkers::marksFirefox(shown.value_or("")) &&
            !PrivateWindowMarkers::marksFirefox(name.value_or(""));

@@ -21,6 +21,10 @@ bool bearsAny(std::string_view title, std::span<const TitleFormat> formats) {
 
 } // namespace
 
+bool isFirefoxBrowserWindow(std::string_view instance) {
+    return instance == "Navigator";
+}
+
 std::string comparableTitle(std::string_view title) {
     std::string text = normalized(title);
     for (const std::string_view control :

@@ -29,7 +29,9 @@ class PrivateWindowMarkers {
     [[nodiscard]] bool marksChromium(std::string_view accessibleName, int processIdentifier,
                                      const std::string& executable);
 
-    /// Whether a Firefox window of this title is private.
+    /// Whether a Firefox window of this title is private, where it is one that shows pages. The
+    /// others that a private window opens (page information, developer tools, a video taken out)
+    /// bear no marker: see isFirefoxBrowserWindow.
     [[nodiscard]] static bool marksFirefox(std::string_view title);
 
   private:
@@ -39,6 +41,11 @@ class PrivateWindowMarkers {
     std::mutex mutex_;
     std::map<std::string, Formats> known_; // by executable; guarded by mutex_
 };
+
+/// Whether the window is one of Firefox's that show pages and bear the marker when they are
+/// private: the family names the instance of a window after its kind (WM_CLASS), the first part of
+/// the "windowtype" of its document (widget/gtk/nsWindow.cpp of the Mozilla sources).
+[[nodiscard]] bool isFirefoxBrowserWindow(std::string_view instance);
 
 /// A title as markers are compared: in normal form C and without the invisible characters that
 /// turn the direction of writing, which browsers add in right-to-left languages.

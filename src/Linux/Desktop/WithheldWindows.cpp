@@ -46,7 +46,8 @@ bool isOrdinaryWindow(const StackedFacts& facts, PrivateWindowMarkers& markers) 
     case Browser::WebKit:
         return !process.executable.empty() && !process.startedPrivate;
     case Browser::Firefox:
-        return title && !PrivateWindowMarkers::marksFirefox(*title);
+        return title && isFirefoxBrowserWindow(facts.window.front.identity.instance) &&
+               !PrivateWindowMarkers::marksFirefox(*title);
     case Browser::Unmarked:
         return false;
     }
