@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <thread>
 #include <unistd.h>
 
@@ -20,6 +22,31 @@ struct Disconnect {
     void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
 };
 using OwnConnection = std::unique_ptr<xcb_connection_t, Disconnect>;
+
+/// Windows on top of all others that are never shown, as toolkits keep many.
+class HiddenWindows {
+  public:
+    explicit HiddenWindows(xcb_connection_t* connection) : connection_(connection) {
+        const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+        for (auto& window : windows_) {
+            window = xcb_generate_id(connection);
+            xcb_create_window(connection, 0, window, root, 0, 0, 10, 10, 0,
+                              XCB_WINDOW_CLASS_INPUT_OUTPUT, 0, 0, nullptr);
+        }
+        std::free(xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+    }
+    ~HiddenWindows() {
+        for (const auto window : windows_)
+            xcb_destroy_window(connection_, window);
+        xcb_flush(connection_);
+    }
+    HiddenWindows(const HiddenWindows&) = delete;
+    HiddenWindows& operator=(const HiddenWindows&) = delete;
+
+  private:
+    xcb_connection_t* connection_;
+    std::array<xcb_window_t, 40> windows_{};
+};
 
 class DesktopAdapters : public testing::Test {
   protected:
@@ -189,8 +216,12 @@ TEST_F(DesktopAdapters, SeeNothingInFrontWhileTheScreenIsLockedOrCovered) {
     {
         const OwnWindow locker(own_.get(), {.title = "locker", .coversScreen = true});
         EXPECT_TRUE(session_.runUntil([&] { return !isFront(); }));
+        EXPECT_FALSE(session_.guard->contentMayBeRead());
+        const HiddenWindows above(own_.get());
+        EXPECT_FALSE(session_.guard->contentMayBeRead()) << "windows never shown uncover nothing";
     }
     EXPECT_TRUE(session_.runUntil(isFront));
+    EXPECT_TRUE(session_.guard->contentMayBeRead());
     xcb_force_screen_saver(own_.get(), XCB_SCREEN_SAVER_ACTIVE);
     xcb_flush(own_.get());
     EXPECT_TRUE(session_.runUntil([&] { return !isFront(); }));

@@ -93,6 +93,7 @@ class Connection {
     [[nodiscard]] bool covers(Window window);
     [[nodiscard]] std::vector<Window> children(Window window);
     [[nodiscard]] std::optional<Window> parent(Window window);
+    [[nodiscard]] std::optional<std::vector<Window>> viewableTopLevels();
     struct TopLevel;
     [[nodiscard]] std::optional<std::vector<TopLevel>> topLevelsOnScreen();
     void findClients(std::vector<TopLevel>& topLevels);

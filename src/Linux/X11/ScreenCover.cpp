@@ -74,9 +74,10 @@ bool Connection::isBehindUnmanagedWindow() {
     auto frame = activeWindow();
     for (auto above = frame; above && above != root_; above = parent(*above))
         frame = above;
-    const auto topLevels = children(root_);
+    // Programs keep many helper windows that are never shown: those don't count.
+    const auto topLevels = viewableTopLevels().value_or(std::vector<Window>());
     std::size_t seen = 0;
-    for (auto window = topLevels.rbegin(); window != topLevels.rend() && ++seen < maxPopups;
+    for (auto window = topLevels.rbegin(); window != topLevels.rend() && seen++ < maxPopups;
          ++window) {
         if (*window == frame || isManaged(*window))
             return false;

@@ -53,19 +53,28 @@ struct Connection::TopLevel {
     std::uint8_t depth = 0;
 };
 
-std::optional<std::vector<Connection::TopLevel>> Connection::topLevelsOnScreen() {
-    auto* connection = connection_.get();
+/// The children of the root window that are on the screen, lowest first.
+std::optional<std::vector<Window>> Connection::viewableTopLevels() {
     const auto windows = children(root_);
     if (windows.empty() || windows.size() > maxTopLevels)
         return std::nullopt;
-    const auto attributes =
-        answers(connection, windows, xcb_get_window_attributes, xcb_get_window_attributes_reply);
+    const auto attributes = answers(connection_.get(), windows, xcb_get_window_attributes,
+                                    xcb_get_window_attributes_reply);
     std::vector<Window> viewable;
     for (std::size_t i = 0; i < windows.size(); ++i)
         if (attributes[i] && attributes[i]->map_state == XCB_MAP_STATE_VIEWABLE &&
             attributes[i]->_class == XCB_WINDOW_CLASS_INPUT_OUTPUT)
             viewable.push_back(windows[i]);
-    const auto places = answers(connection, viewable, xcb_get_geometry, xcb_get_geometry_reply);
+    return viewable;
+}
+
+std::optional<std::vector<Connection::TopLevel>> Connection::topLevelsOnScreen() {
+    const auto windows = viewableTopLevels();
+    if (!windows)
+        return std::nullopt;
+    const auto& viewable = *windows;
+    const auto places =
+        answers(connection_.get(), viewable, xcb_get_geometry, xcb_get_geometry_reply);
     std::vector<TopLevel> result;
     for (std::size_t i = 0; i < viewable.size(); ++i)
         if (const auto& place = places[i])
