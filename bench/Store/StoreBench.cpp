@@ -170,7 +170,7 @@ void measureScan(int count) {
 void measureKeywords(int count) {
     MnemoraStore store(std::make_unique<FixedEmbedder>(std::vector<float>()));
     QueryEngine engine(store);
-    const Connection bare(MnemoraStore::dbPath(), true);
+    const Connection bare(MnemoraStore::dbPath(), false);
     std::mt19937 random(5);
     for (const char* kind : {"one rare word", "three words", "common words"}) {
         std::string query = text(random, 24);
@@ -196,7 +196,7 @@ void measureKeywords(int count) {
 void measureBackfill(int count) {
     std::mt19937 random(3);
     MnemoraStore store(std::make_unique<FixedEmbedder>(unitVector(random)));
-    const Connection bare(MnemoraStore::dbPath(), true);
+    const Connection bare(MnemoraStore::dbPath(), false);
     const auto medians = alternate(
         {[&] { store.backfillEmbeddings(); },
          [&] {

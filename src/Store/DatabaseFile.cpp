@@ -1,6 +1,5 @@
 #include "Store/DatabaseFile.h"
 
-#include "Store/PageReadAhead.h"
 #include "Support/FileDescriptor.h"
 #include "Support/UserFolders.h"
 
@@ -15,9 +14,6 @@ namespace {
 /// The capture process and several servers write the same file; a writer holds the lock for
 /// milliseconds, so waiting this long means that something else is wrong.
 constexpr int busyTimeoutMs = 5000;
-
-/// Vectors are read where they lie in the file. SQLite maps less where its build allows less.
-constexpr auto mapWholeFile = "PRAGMA mmap_size=68719476736;";
 
 constexpr auto schema = R"sql(CREATE TABLE IF NOT EXISTS events (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -88,9 +84,8 @@ sqlite3* openDatabase(const std::filesystem::path& path) {
     if (db == nullptr)
         return nullptr;
     sqlite3_busy_timeout(db, busyTimeoutMs);
-    for (const char* script : {"PRAGMA journal_mode=WAL;", schema, mapWholeFile})
+    for (const char* script : {"PRAGMA journal_mode=WAL;", schema})
         sqlite3_exec(db, script, nullptr, nullptr, nullptr);
-    allowReadAhead(db);
     return db;
 }
 

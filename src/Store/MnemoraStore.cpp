@@ -197,6 +197,8 @@ std::vector<SemanticMatch> MnemoraStore::semanticTopK(std::span<const float> que
         // The connection's lock is taken once: every step and column read takes it again, which
         // costs next to nothing for the thread that holds it.
         const ConnectionLock lock(db_);
+        if (!std::exchange(mapped_, true))
+            mapForScanning(db_);
         const ReadAheadScope readAhead;
         const Statement statement(db_, "SELECT event_id, vec FROM embeddings;");
         while (statement && statement.stepToRow()) {

@@ -98,6 +98,7 @@ class MnemoraStore {
     void backfillOnQueue();
 
     sqlite3* db_ = nullptr; // set once by construction, then used on q_ only
+    bool mapped_ = false;   // used on q_ only
     SerialQueue q_;
     std::unique_ptr<Embedder> embedder_;
 };

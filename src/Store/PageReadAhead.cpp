@@ -28,7 +28,10 @@ int fetch(sqlite3_file* file, sqlite3_int64 offset, int amount, void** page) {
 
 } // namespace
 
-void allowReadAhead(sqlite3* db) {
+void mapForScanning(sqlite3* db) {
+    if (db == nullptr)
+        return;
+    sqlite3_exec(db, "PRAGMA mmap_size=68719476736;", nullptr, nullptr, nullptr);
     sqlite3_file* file = nullptr;
     if (sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
         file == nullptr || file->pMethods == nullptr || file->pMethods->iVersion < versionWithFetch)
