@@ -111,10 +111,8 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
     services.application = std::make_shared<DesktopApplication>([] { QCoreApplication::quit(); });
     services.statusArea = std::make_shared<DesktopStatusArea>();
-    services.panels =
-        std::make_shared<CardPanels>([](int size, const QColor& tint, double scale) {
-            return menuBarImage(size, tint, scale);
-        });
+    services.panels = std::make_shared<CardPanels>(
+        [](int size, const QColor& tint, double scale) { return menuBarImage(size, tint, scale); });
     installDesktopServices(std::move(services));
     // The first thing the sampler says is whether titles can be read.
     (void)windows->waitUntilKnown(patienceAtStart);
