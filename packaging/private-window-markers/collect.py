@@ -16,6 +16,8 @@ import zipfile
 
 CHROMIUM = "/usr/lib/chromium/locales"
 FIREFOX = "/usr/lib/firefox-esr"
+# Windows that keep nothing: private ones, a guest's, and those that an administrator isolates.
+PRIVATE = ("$1 (Incognito)", "$1 (Guest)", "$1 (Isolated)")
 TITLE = "browser-main-private-window-title"
 
 
@@ -31,8 +33,9 @@ def pack_strings(path):
 
 def chromium_formats():
     english = pack_strings(f"{CHROMIUM}/en-US.pak")
-    number = next(n for n, text in english.items() if text == "$1 (Incognito)")
-    texts = {pack_strings(path).get(number) for path in glob.glob(f"{CHROMIUM}/*.pak")}
+    numbers = [n for n, text in english.items() if text in PRIVATE]
+    packs = [pack_strings(path) for path in glob.glob(f"{CHROMIUM}/*.pak")]
+    texts = {pack.get(number) for pack in packs for number in numbers}
     return sorted(tuple(clean(text).split("$1")) for text in texts if text)
 
 

@@ -67,9 +67,13 @@ TEST(PrivateWindowMarkers, KnowTheBrowsersOwnWordsInEveryLanguage) {
     for (const char* name :
          {"News - Chromium (Incognito)", "Nachrichten - Chromium (anonym)",
           "ニュース - Chromium（シークレット モード）", "„Naujienos - Chromium“ (Inkognito)",
-          "\u202bأخبار - Chromium (التصفح المتخفي)\u202c", "Premsa - Chromium (Inco\u0300gnit)"})
+          "\u202bأخبار - Chromium (التصفح المتخفي)\u202c", "Premsa - Chromium (Inco\u0300gnit)",
+          "News - Chromium (Guest)", "Nachrichten - Chromium (Gast)",
+          "ニュース - Chromium（ゲスト）", "„Naujienos - Chromium“ (svečias)",
+          "\u202bأخبار - Chromium (وضع الضيف)\u202c"})
         EXPECT_TRUE(chromium(name)) << name;
-    for (const char* name : {"News - Chromium", "", "anonym", "(Incognito) explained - Chromium"})
+    for (const char* name : {"News - Chromium", "", "anonym", "(Incognito) explained - Chromium",
+                             "How to be a guest (Guest) - Chromium"})
         EXPECT_FALSE(chromium(name)) << name;
     for (const char* title :
          {"News — Mozilla Firefox Private Browsing", "Mozilla Firefox Privater Modus",
@@ -117,15 +121,19 @@ class LanguagePacks : public testing::Test {
 };
 
 TEST_F(LanguagePacks, AreReadBesideTheBrowserAndMayBeOfAnyOfTheFamily) {
-    write("en-US",
-          packBytes({{7, "Open in a private window"}, {9, "$1 (Private)"}, {11, "$1 tabs"}}));
-    write("xx", packBytes({{7, "..."}, {9, "<$1> geheimer Modus"}, {11, "$1 ..."}}));
+    write("en-US", packBytes({{7, "Open in a private window"},
+                              {9, "$1 (Private)"},
+                              {10, "$1 (Guest)"},
+                              {11, "$1 tabs"}}));
+    write("xx",
+          packBytes({{7, "..."}, {9, "<$1> geheimer Modus"}, {10, "$1 (Besuch)"}, {11, "$1 ..."}}));
     write("yy", packBytes({{9, "$1"}}));
     write("broken", "no language pack");
     PrivateWindowMarkers markers;
     const std::string executable = (folder_ / "browser").string();
     EXPECT_TRUE(markers.marksChromium("News - Brave (Private)", getpid(), executable));
     EXPECT_TRUE(markers.marksChromium("<News - Brave> geheimer Modus", getpid(), executable));
+    EXPECT_TRUE(markers.marksChromium("News - Brave (Besuch)", getpid(), executable));
     EXPECT_FALSE(markers.marksChromium("News - Brave", getpid(), executable));
 }
 
@@ -165,6 +173,17 @@ TEST(FrontContent, OfABrowserIsReadOnlyWhenItIsKnownNotToBePrivate) {
         {Browser::Chromium, "Mail - Chromium", news, false},
         {Browser::Chromium, "News - Chromium", WindowReading{"News - Chromium (anonym)", true},
          false},
+        {Browser::Chromium, "News - Chromium",
+         WindowReading{"News - Chromium", true, {"News - Chromium", "Bank - Chromium (Guest)"}},
+         true},
+        {Browser::Chromium, "News - Chromium – Work",
+         WindowReading{"News - Chromium – Work", true, {"„Bank – Chromium“ (svečias)"}}, true},
+        {Browser::Chromium, "Picture in picture",
+         WindowReading{"Picture in picture", true, {"Bank - Chromium (Incognito)"}}, false},
+        {Browser::Chromium, "DevTools - chromium.example",
+         WindowReading{"DevTools - chromium.example", true, {"Bank – Chromium (anonym)"}}, false},
+        {Browser::Chromium, "DevTools - news.example",
+         WindowReading{"DevTools - news.example", true, {"News - Chromium"}}, true},
         {Browser::WebKit, "News", WindowReading{"News", true}, true},
         {Browser::WebKit, "News", std::nullopt, false},
         {Browser::WebKit, "News", WindowReading{"News", true}, false, true},

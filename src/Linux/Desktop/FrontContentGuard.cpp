@@ -18,7 +18,8 @@ bool chromiumMayBeRead(const FrontFacts& facts, PrivateWindowMarkers& markers) {
     const std::string& name = *facts.reading->name;
     const ProcessFacts& process = facts.window.identity.process;
     return belongTogether(name, facts.window.title) &&
-           !markers.marksChromium(name, process.processIdentifier, process.executable);
+           markers.isOrdinaryChromium(name, facts.reading->names, process.processIdentifier,
+                                      process.executable);
 }
 
 bool firefoxMayBeRead(const FrontFacts& facts) {

@@ -56,7 +56,7 @@ std::string fromUtf16(std::string_view bytes) {
     return text;
 }
 
-/// "$1 (Incognito)" and what other browsers of the family made of it.
+/// "$1 (Incognito)", "$1 (Guest)", and what other browsers of the family made of them.
 bool isEnglishFormat(std::string_view text) {
     constexpr std::size_t longest = 40;
     if (!text.starts_with(place) || text.size() > longest)
@@ -65,8 +65,9 @@ bool isEnglishFormat(std::string_view text) {
     const auto word = after.find_first_not_of(" -([\xE2\x80\x93\x94");
     if (word == 0 || word == std::string_view::npos)
         return false;
-    return after.substr(word).starts_with("Incognito") ||
-           after.substr(word).starts_with("Private") || after.substr(word).starts_with("InPrivate");
+    constexpr std::string_view marks[] = {"Incognito", "Private", "InPrivate", "Guest", "Isolated"};
+    return std::any_of(std::begin(marks), std::end(marks),
+                       [&](std::string_view mark) { return after.substr(word).starts_with(mark); });
 }
 
 std::optional<TitleFormat> formatOf(const std::optional<std::string>& string) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,11 +24,19 @@ struct TitleFormat {
 /// Any thread.
 class PrivateWindowMarkers {
   public:
-    /// Whether a Chromium-family window of this accessible name is private: by the formats of the
-    /// language packs that lie beside the browser's executable, and by those that are known from
-    /// Chromium's own. The packs are read once for each folder; that takes some milliseconds.
+    /// Whether a Chromium-family window of this accessible name is private or a guest's: by the
+    /// formats of the language packs that lie beside the browser's executable, and by those that
+    /// are known from Chromium's own. The packs are read once for each folder; that takes some
+    /// milliseconds.
     [[nodiscard]] bool marksChromium(std::string_view accessibleName, int processIdentifier,
                                      const std::string& executable);
+
+    /// Whether a Chromium-family window of this accessible name is known not to be private, `all`
+    /// being the names of the process's windows. While one of them is marked, a window that
+    /// doesn't name the browser (a tool, a video taken out) may belong to it, and isn't.
+    [[nodiscard]] bool isOrdinaryChromium(std::string_view accessibleName,
+                                          const std::vector<std::string>& all,
+                                          int processIdentifier, const std::string& executable);
 
     /// Whether a Firefox window of this title is private, where it is one that shows pages. The
     /// others that a private window opens (page information, developer tools, a video taken out)
@@ -36,6 +45,9 @@ class PrivateWindowMarkers {
 
   private:
     using Formats = std::shared_ptr<const std::vector<TitleFormat>>;
+    /// A marked name without its mark; absent when there is none.
+    [[nodiscard]] std::optional<std::string>
+    unmarked(std::string_view accessibleName, int processIdentifier, const std::string& executable);
     [[nodiscard]] Formats formatsBeside(int processIdentifier, const std::string& executable);
 
     std::mutex mutex_;

@@ -28,7 +28,8 @@ bool isOrdinaryChromium(const StackedFacts& facts, PrivateWindowMarkers& markers
         if (!belongTogether(name, title))
             continue;
         if (Privacy::shouldRedact(std::nullopt, name) ||
-            markers.marksChromium(name, process.processIdentifier, process.executable))
+            !markers.isOrdinaryChromium(name, reading->names, process.processIdentifier,
+                                        process.executable))
             return false;
         isNamed = true;
     }
