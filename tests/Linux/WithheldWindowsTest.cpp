@@ -69,6 +69,18 @@ TEST(VisibleArea, HidesTooMuchRatherThanTooLittleBehindVeryManyWindows) {
     }
 }
 
+TEST(WithheldWindow, TakesTheUnmanagedOnesOfItsProcessAlong) {
+    WindowStack stack;
+    const auto add = [&](std::uint32_t window, int process) {
+        stack.windows.emplace_back().front.window = window;
+        stack.windows.back().front.identity.process.processIdentifier = process;
+    };
+    add(0, 7), add(1, 7), add(2, 7), add(0, 7), add(0, 8), add(3, 0), add(0, 0);
+    EXPECT_EQ(withUnmanaged(stack, {1, 3, 5}), (std::vector<std::size_t>{0, 1, 3, 5}));
+    EXPECT_EQ(withUnmanaged(stack, {5}), (std::vector<std::size_t>{5}));
+    EXPECT_EQ(withUnmanaged(stack, {}), std::vector<std::size_t>());
+}
+
 TEST(WithheldWindow, IsOneThatTheFilterConcealsOrWhosePrivacyIsUnknown) {
     using atspi::WindowReading;
     const auto names = [](std::vector<std::string> all, bool areAll = true) {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
+#include <utility>
 
 namespace mnemora::desktop {
 namespace {
@@ -68,6 +70,23 @@ bool isWithheld(const StackedFacts& facts, PrivateWindowMarkers& markers) {
     return !isOrdinaryWindow(facts, markers);
 }
 
+std::vector<std::size_t> withUnmanaged(const WindowStack& stack,
+                                       std::vector<std::size_t> withheld) {
+    const auto processAt = [&](std::size_t index) {
+        return stack.windows[index].front.identity.process.processIdentifier;
+    };
+    std::set<int> processes;
+    for (const std::size_t index : withheld)
+        processes.insert(processAt(index));
+    processes.erase(0);
+    for (std::size_t index = 0; index < stack.windows.size(); ++index)
+        if (stack.windows[index].front.window == 0 && processes.contains(processAt(index)))
+            withheld.push_back(index);
+    std::sort(withheld.begin(), withheld.end());
+    withheld.erase(std::unique(withheld.begin(), withheld.end()), withheld.end());
+    return withheld;
+}
+
 Area visibleArea(const WindowStack& stack, const std::vector<std::size_t>& withheld) {
     Area all;
     for (const std::size_t index : withheld) {
@@ -102,7 +121,7 @@ std::optional<Area> WithheldWindows::withheld() {
         if (isWithheld(facts, markers_))
             found.push_back(index);
     }
-    return visibleArea(*stack, found);
+    return visibleArea(*stack, withUnmanaged(*stack, std::move(found)));
 }
 
 } // namespace mnemora::desktop

@@ -26,8 +26,14 @@ struct StackedFacts {
 /// The rule, apart from where the facts come from: as for the window in front, except that the
 /// accessibility bus doesn't say which of a process's names belongs to a window that isn't active.
 /// Then every name that could be its own has to be an ordinary window's. A window that the window
-/// manager has no part in is judged by application and title alone.
+/// manager has no part in is judged by application and title alone, unless its
+/// process owns a withheld one.
 [[nodiscard]] bool isWithheld(const StackedFacts& facts, PrivateWindowMarkers& markers);
+
+/// The places in `withheld` (lowest first) and those of the windows that the window manager has no
+/// part in, of the same processes: a menu or a hint of a withheld window tells what is in it.
+[[nodiscard]] std::vector<std::size_t> withUnmanaged(const WindowStack& stack,
+                                                     std::vector<std::size_t> withheld);
 
 /// What of the stack's windows shows, of those at the places in `withheld` (lowest first).
 [[nodiscard]] Area visibleArea(const WindowStack& stack, const std::vector<std::size_t>& withheld);
