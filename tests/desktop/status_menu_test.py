@@ -50,6 +50,10 @@ class StatusTest(unittest.TestCase):
         return subprocess.run([PROGRAM], env=environment_for(self.folder), capture_output=True,
                               text=True, timeout=PATIENCE, check=False)
 
+    @staticmethod
+    def name_in_front():
+        return xdotool("getwindowname", xdotool("getactivewindow"))
+
     def windows_named(self, name):
         return xdotool("search", "--onlyvisible", "--name", f"^{name}$").split()
 
@@ -103,13 +107,11 @@ class BusTest(StatusTest):
         self.assertEqual((again.returncode, again.stdout), (0, ""))
         self.assertIn("[mnemora] Mnemora runs already and shows its menu\n", again.stderr)
         wait_until(lambda: self.windows_named("Mnemora"), what="the menu's window")
-        wait_until(lambda: xdotool("getwindowname", xdotool("getactivewindow")) == "Mnemora",
-                   what="the menu in front")
+        wait_until(lambda: self.name_in_front() == "Mnemora", what="the menu in front")
         xdotool("key", "Escape")
         wait_until(lambda: not self.windows_named("Mnemora"), what="the menu's end")
         self.start_again()
-        wait_until(lambda: xdotool("getwindowname", xdotool("getactivewindow")) == "Mnemora",
-                   what="the menu in front")
+        wait_until(lambda: self.name_in_front() == "Mnemora", what="the menu in front")
         xdotool("key", "ctrl+q")
         self.expect_end()
 
@@ -140,6 +142,7 @@ class TrayTest(StatusTest):
 
     def click(self, button):
         icon = wait_until(self.icon, what="the icon")
+        xdotool("mousemove", "10", "400")  # a pointer that stays would be waited for in vain
         xdotool("mousemove", "--sync", "--window", icon, "8", "8")
         xdotool("click", button)
 
@@ -166,7 +169,7 @@ class TrayTest(StatusTest):
         wait_until(lambda: not self.windows(), what="the menu's end")
         self.open_menu("1")
         xdotool("key", "Down", "Down", "Down", "Return")  # what is plain text is passed over
-        wait_until(lambda: self.windows_named("Welcome to Mnemora"), what="the setup window")
+        wait_until(lambda: self.name_in_front() == "Welcome to Mnemora", what="the setup window")
         self.open_menu("1")
         xdotool("key", "ctrl+q")
         self.expect_end()

@@ -35,7 +35,9 @@ class TrayIcon : public QObject {
         connect(&menu_, &QMenu::aboutToShow, this, [this] { fill(); });
         connect(&icon_, &QSystemTrayIcon::activated, this,
                 [this](QSystemTrayIcon::ActivationReason reason) {
-                    if (reason == QSystemTrayIcon::Trigger)
+                    // A click soon after another one comes as a double click. The context menu is
+                    // opened by the toolkit.
+                    if (reason != QSystemTrayIcon::Context)
                         menu_.popup(QCursor::pos());
                 });
         fill(); // the toolkit opens no empty menu
@@ -83,10 +85,11 @@ class TrayIcon : public QObject {
     QSystemTrayIcon icon_;
 };
 
-class DesktopStatusItem : public StatusItem {
+class DesktopStatusItem : public QObject, public StatusItem {
   public:
     explicit DesktopStatusItem(StatusItemContent content)
         : content_(std::move(content)), notifier_(content_, [this] { showMenu(); }) {
+        window_.installEventFilter(this);
         QObject::connect(&notifier_, &NotifierItem::shown, &notifier_,
                          [this](bool is) { is ? useBus() : useTray(); });
         draw();
@@ -96,6 +99,14 @@ class DesktopStatusItem : public StatusItem {
         draw();
     }
     void showMenu() override { window_.open(content_.menuNeedsUpdate()); }
+
+  protected:
+    /// The user turned from a light to a dark desktop or back: every widget is told.
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::ApplicationPaletteChange)
+            draw();
+        return QObject::eventFilter(watched, event);
+    }
 
   private:
     void draw() {
