@@ -28,9 +28,10 @@ bool readInto(FrameReader& reader, int fd) {
 } // namespace
 
 PageRelay::PageRelay(int fromBrowser, int toBrowser, std::filesystem::path socket,
-                     std::string browser, std::chrono::milliseconds pause)
+                     std::filesystem::path application, std::string browser,
+                     std::chrono::milliseconds pause)
     : fromBrowser_(fromBrowser), toBrowser_(toBrowser), socket_(std::move(socket)),
-      browser_(std::move(browser)), pause_(pause) {}
+      program_(std::move(application)), browser_(std::move(browser)), pause_(pause) {}
 
 void PageRelay::run() {
     for (;;) {
@@ -55,7 +56,7 @@ int PageRelay::timeUntilAttempt() const {
 
 void PageRelay::connect() {
     nextAttempt_ = std::chrono::steady_clock::now() + pause_;
-    application_ = connectToPageSocket(socket_);
+    application_ = connectToPageSocket(socket_, program_);
     if (!application_)
         return;
     setsockopt(application_.get(), SOL_SOCKET, SO_SNDTIMEO, &sendTime, sizeof sendTime);

@@ -18,8 +18,10 @@ class PageRelay {
     static constexpr std::chrono::milliseconds usualPause{3000};
 
     /// Speaks with the browser on `fromBrowser` and `toBrowser`, which stay the caller's, and with
-    /// the application at `socket`. `browser` is the executable that started this program.
-    PageRelay(int fromBrowser, int toBrowser, std::filesystem::path socket, std::string browser,
+    /// whoever listens at `socket`, provided that it runs the executable `application` (a resolved
+    /// path). `browser` is the executable that started this program.
+    PageRelay(int fromBrowser, int toBrowser, std::filesystem::path socket,
+              std::filesystem::path application, std::string browser,
               std::chrono::milliseconds pause = usualPause);
 
     /// Returns when the browser has ended, or says what can't be a message.
@@ -35,6 +37,7 @@ class PageRelay {
     const int fromBrowser_;
     const int toBrowser_;
     const std::filesystem::path socket_;
+    const std::filesystem::path program_; // the application's
     const std::string browser_;
     const std::chrono::milliseconds pause_;
     FileDescriptor application_;

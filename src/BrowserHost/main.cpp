@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <string_view>
 #include <unistd.h>
 
@@ -37,10 +38,19 @@ const char* words(IntegrationState state) {
     return "not installed";
 }
 
+/// Where <prefix>/libexec/mnemora/mnemora-browser-host, this program, is installed.
+std::filesystem::path prefix() {
+    return executableOf(getpid()).parent_path().parent_path().parent_path();
+}
+
+/// The application of the same installation.
+std::filesystem::path application() {
+    std::error_code failed;
+    return std::filesystem::canonical(prefix() / "bin" / "mnemora", failed);
+}
+
 int manage(std::string_view command) {
-    // <prefix>/libexec/mnemora/mnemora-browser-host
-    const auto prefix = executableOf(getpid()).parent_path().parent_path().parent_path();
-    const auto integration = BrowserIntegration::open(BrowserIntegration::locations(prefix));
+    const auto integration = BrowserIntegration::open(BrowserIntegration::locations(prefix()));
     if (!integration) {
         std::fputs("mnemora-browser-host: the packed extension is missing\n", stderr);
         return EXIT_FAILURE;
@@ -57,7 +67,8 @@ int manage(std::string_view command) {
 
 int relay() {
     std::signal(SIGPIPE, SIG_IGN); // whoever is gone is seen by the failed write
-    PageRelay(STDIN_FILENO, STDOUT_FILENO, pageSocketPath(), executableOf(getppid()).string())
+    PageRelay(STDIN_FILENO, STDOUT_FILENO, pageSocketPath(), application(),
+              executableOf(getppid()).string())
         .run();
     return EXIT_SUCCESS;
 }

@@ -30,8 +30,8 @@ class PageRelayTest : public testing::Test {
         fromRelay_.reset(out[0]);
         relayOut_.reset(out[1]);
         thread_ = std::thread([this] {
-            PageRelay(relayIn_.get(), relayOut_.get(), folder_ / "pages.sock", "/opt/browser",
-                      std::chrono::milliseconds(20))
+            PageRelay(relayIn_.get(), relayOut_.get(), folder_ / "pages.sock",
+                      executableOf(getpid()), "/opt/browser", std::chrono::milliseconds(20))
                 .run();
             relayOut_.reset();
         });
@@ -101,6 +101,13 @@ TEST_F(PageRelayTest, GarbageOfTheApplicationEndsThatConnectionOnly) {
     ASSERT_TRUE(writeAll(application.get(), framed("{}")));
     EXPECT_EQ(messageFrom(fromRelay_.get(), browser_), "{}")
         << "nothing of the garbage came through";
+}
+
+TEST_F(PageRelayTest, SaysNothingToAnyOtherProgram) {
+    const auto socket = PageSocket::listen(folder_ / "pages.sock");
+    ASSERT_TRUE(connectToPageSocket(folder_ / "pages.sock", executableOf(getpid())));
+    EXPECT_FALSE(connectToPageSocket(folder_ / "pages.sock", "/usr/bin/env"));
+    EXPECT_FALSE(connectToPageSocket(folder_ / "pages.sock", {})) << "of no installation";
 }
 
 TEST_F(PageRelayTest, EndsWithTheBrowserAndAtItsGarbage) {

@@ -3,8 +3,10 @@ import http.server
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
+import tempfile
 import threading
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
@@ -116,6 +118,25 @@ class Chromium:
             self.process.kill()
             self.process.wait()
         self.log.close()
+
+
+class Installation:
+    """What the host takes for an installation, with the script host in the application's place."""
+
+    def __init__(self, host_program, browser_answers):
+        host_program = pathlib.Path(host_program)
+        self.folder = tempfile.TemporaryDirectory()
+        prefix = pathlib.Path(self.folder.name).resolve()
+        self.application = prefix / "bin" / "mnemora"
+        self.host_program = prefix / "libexec" / "mnemora" / host_program.name
+        for program, place in (browser_answers, self.application), (host_program, self.host_program):
+            place.parent.mkdir(parents=True)
+            shutil.copy(program, place)
+        for folder in "share", "lib":
+            (prefix / folder).symlink_to(host_program.resolve().parents[2] / folder)
+
+    def close(self):
+        self.folder.cleanup()
 
 
 class Answers:

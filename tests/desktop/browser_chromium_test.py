@@ -10,7 +10,7 @@ import sys
 import unittest
 from unittest import mock
 
-from browser_chromium import ADDRESS, CHROME, TEXT, Answers, Chromium, Pages
+from browser_chromium import ADDRESS, CHROME, TEXT, Answers, Chromium, Installation, Pages
 from browser_documents import LONG, long_body, one_page_pdf
 from windows import TextWindow, wait_until
 
@@ -20,11 +20,14 @@ HOST_PROGRAM, BROWSER_ANSWERS = sys.argv[1:3]
 class ChromiumTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        subprocess.run([HOST_PROGRAM, "--install"], check=True, stdout=subprocess.DEVNULL)
+        cls.installation = Installation(HOST_PROGRAM, BROWSER_ANSWERS)
+        subprocess.run([cls.installation.host_program, "--install"], check=True,
+                       stdout=subprocess.DEVNULL)
         cls.pages = Pages()
         cls.long = cls.pages.add("/long", "A long read", long_body())
         cls.other = cls.pages.add("/other", "Another page", "<p>Of another window.</p>")
-        cls.answers = Answers(BROWSER_ANSWERS, HOST_PROGRAM)
+        cls.answers = Answers(cls.installation.application,
+                              cls.installation.host_program)
         cls.browser = Chromium(cls.long)
         cls.answers.wait_for_extension()
         cls.window = wait_until(cls.browser.windows, what="a window")[0]
@@ -36,6 +39,7 @@ class ChromiumTest(unittest.TestCase):
         cls.browser.close()
         cls.answers.close()
         cls.pages.close()
+        cls.installation.close()
 
     def setUp(self):
         self.browser.bring_to_front(self.window)
@@ -156,11 +160,14 @@ class ChromiumTest(unittest.TestCase):
 
 class ChromiumEndsTest(unittest.TestCase):
     def setUp(self):
-        subprocess.run([HOST_PROGRAM, "--install"], check=True, stdout=subprocess.DEVNULL)
+        self.installation = self.started(Installation(HOST_PROGRAM, BROWSER_ANSWERS))
+        subprocess.run([self.installation.host_program, "--install"], check=True,
+                       stdout=subprocess.DEVNULL)
         self.pages = Pages()
         self.addCleanup(self.pages.close)
         self.address = self.pages.add("/page", "A page", "<p>Words.</p>")
-        self.answers = self.started(Answers(BROWSER_ANSWERS, HOST_PROGRAM))
+        self.answers = self.started(Answers(self.installation.application,
+                                            self.installation.host_program))
         self.browser = self.started(Chromium(self.address))
         self.answers.wait_for_extension()
         self.answers.say("front " + CHROME)
@@ -185,12 +192,14 @@ class ChromiumEndsTest(unittest.TestCase):
 
     def test_the_application_comes_back_and_the_extension_goes_when_removed(self):
         self.answers.close()
-        self.answers = self.started(Answers(BROWSER_ANSWERS, HOST_PROGRAM))
+        self.answers = self.started(Answers(self.installation.application,
+                                            self.installation.host_program))
         self.answers.wait_for_extension()
         self.answers.say("front " + CHROME)
         self.answers.wait_for_address(self.address)
         self.browser.close()
-        subprocess.run([HOST_PROGRAM, "--remove"], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([self.installation.host_program, "--remove"], check=True,
+                       stdout=subprocess.DEVNULL)
         self.browser = self.started(Chromium(self.address))
         self.pages.said.clear()
         self.pages.text_of("/page")

@@ -3,6 +3,7 @@
 // front. The browser starts the native host, which relays between this worker and the program.
 //
 // From the program:  {id, ask: "address" | "text", focused}    focused: only from a window with the focus
+//                               text is given of nothing else
 //                    {ask: "state"}                             say again what is in front
 // To the program:    {id, address, titles, text}                text only where the page has one
 //                    {id, refused}                              why there is no answer, in a word or two
@@ -66,6 +67,8 @@ async function answer(to, request) {
 }
 
 async function found(request) {
+    if (request.ask === 'text' && !request.focused)
+        return { refused: 'only of the window with the focus' };
     const before = await pageInFront();
     if (!before || (request.focused && !before.focused))
         return { focused: false, refused: 'no window in front' };

@@ -34,6 +34,13 @@ bool callWith(Call call, int socket, const sockaddr_un& address) {
     return call(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
+/// Whether the other end is a process of this user with that executable.
+bool runs(int peer, const std::filesystem::path& program) {
+    const auto process = peerOf(peer);
+    return process && process->user == geteuid() && !program.empty() &&
+           executableOf(process->process) == program;
+}
+
 } // namespace
 
 std::filesystem::path pageSocketPath() {
@@ -69,19 +76,16 @@ PageSocket::~PageSocket() {
 
 FileDescriptor PageSocket::accept(const std::filesystem::path& program) const {
     FileDescriptor peer(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    const auto process = peer ? peerOf(peer.get()) : std::nullopt;
-    if (!process || process->user != geteuid() || executableOf(process->process) != program)
-        return {};
-    return peer;
+    return peer && runs(peer.get(), program) ? std::move(peer) : FileDescriptor();
 }
 
-FileDescriptor connectToPageSocket(const std::filesystem::path& path) {
+FileDescriptor connectToPageSocket(const std::filesystem::path& path,
+                                   const std::filesystem::path& program) {
     const auto address = addressOf(path);
     auto socket = address ? newSocket() : FileDescriptor();
     if (!socket || !callWith(::connect, socket.get(), *address))
         return {};
-    const auto listener = peerOf(socket.get());
-    return listener && listener->user == geteuid() ? std::move(socket) : FileDescriptor();
+    return runs(socket.get(), program) ? std::move(socket) : FileDescriptor();
 }
 
 } // namespace mnemora::browsers

@@ -37,8 +37,9 @@ class PageSocket {
     ino_t inode_;
 };
 
-/// Connects to the application listening at `path`. Absent when it doesn't run, or the socket is
-/// another user's.
-[[nodiscard]] FileDescriptor connectToPageSocket(const std::filesystem::path& path);
+/// Connects to the application listening at `path`. Absent when nobody listens there, or not a
+/// process of this user running `program` (a resolved path): pages are for the application alone.
+[[nodiscard]] FileDescriptor connectToPageSocket(const std::filesystem::path& path,
+                                                 const std::filesystem::path& program);
 
 } // namespace mnemora::browsers
