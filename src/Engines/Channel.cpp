@@ -66,16 +66,19 @@ bool sendBytes(int socket, std::string_view bytes, int attachment, const Deadlin
     return true;
 }
 
-/// Keeps the descriptor that came with a message.
+/// Keeps the one descriptor that came with a message and closes all others.
 void takeAttachment(msghdr& message, FileDescriptor& attachment) {
     for (cmsghdr* head = CMSG_FIRSTHDR(&message); head != nullptr;
          head = CMSG_NXTHDR(&message, head)) {
-        if (head->cmsg_level != SOL_SOCKET || head->cmsg_type != SCM_RIGHTS ||
-            head->cmsg_len != CMSG_LEN(sizeof(int)))
+        if (head->cmsg_level != SOL_SOCKET || head->cmsg_type != SCM_RIGHTS)
             continue;
-        int descriptor = -1;
-        std::memcpy(&descriptor, CMSG_DATA(head), sizeof(int));
-        attachment.reset(descriptor);
+        const unsigned char* at = CMSG_DATA(head);
+        for (auto left = head->cmsg_len - CMSG_LEN(0); left >= sizeof(int); left -= sizeof(int)) {
+            int descriptor = -1;
+            std::memcpy(&descriptor, at, sizeof(int));
+            attachment.reset(descriptor);
+            at += sizeof(int);
+        }
     }
 }
 
@@ -90,7 +93,8 @@ bool receiveBytes(int socket, char* into, std::size_t count, FileDescriptor& att
         message.msg_iov = &part;
         message.msg_iovlen = 1;
         message.msg_control = control.data();
-        message.msg_controllen = control.size();
+        // The padded size has room for a second descriptor; the kernel closes what has no room.
+        message.msg_controllen = CMSG_LEN(sizeof(int));
         const ssize_t received = recvmsg(socket, &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
         if (mayRetry(received))
             continue;
