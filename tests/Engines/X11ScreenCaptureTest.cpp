@@ -5,6 +5,7 @@
 #include "Support/FileDescriptor.h"
 
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <deque>
@@ -13,6 +14,7 @@
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <tuple>
 #include <unistd.h>
 #include <xcb/xcb.h>
@@ -160,19 +162,24 @@ TEST_F(X11ScreenCaptureTest, HasNoPictureWhileSomethingPrivateIsInFront) {
     guard_->answers = {false};
     ASSERT_TRUE(capture_.displays());
     EXPECT_TRUE(capture_.displays()->empty());
-    EXPECT_FALSE(capture_.image(display, 320, 200));
+    EXPECT_FALSE(capture_.image(display, 320, 200)) << "nor that of before";
     // It came between the two looks.
     guard_->answers = {true, false};
+    ASSERT_TRUE(capture_.displays()) << "which is no failure";
+    guard_->answers = {true, false};
+    EXPECT_TRUE(capture_.displays()->empty());
     EXPECT_FALSE(capture_.image(display, 320, 200));
     guard_->answers = {true};
+    EXPECT_EQ(capture_.displays()->size(), 1U);
     EXPECT_TRUE(capture_.image(display, 320, 200));
+    EXPECT_FALSE(capture_.image(display, 320, 200)) << "each picture once";
 }
 
 TEST_F(X11ScreenCaptureTest, BlackensWhatIsWithheldBeforeOrAfterTheShot) {
     Painter().paint(0, 320, 0x102030);
-    const auto display = capture_.displays()->front();
     regions_->answers = {desktop::Area{{-20, -20, 30, 30}},
                          desktop::Area{{300, 190, 50, 50}, {40, 0, 2, 200}}};
+    const auto display = capture_.displays()->front();
     const auto image = capture_.image(display, 320, 200);
     ASSERT_TRUE(image) << image.description();
     for (const auto& [x, y, isBlack] : {std::tuple{0, 0, true},
@@ -193,9 +200,12 @@ TEST_F(X11ScreenCaptureTest, BlackensWhatIsWithheldBeforeOrAfterTheShot) {
 TEST_F(X11ScreenCaptureTest, HasNoDisplayWhileItCantBeToldWhatIsPrivate) {
     const auto display = capture_.displays()->front();
     regions_->answers = {desktop::Area(), std::nullopt};
-    EXPECT_FALSE(capture_.image(display, 320, 200));
-    EXPECT_FALSE(capture_.image(display, 320, 200));
-    EXPECT_TRUE(capture_.displays()->empty());
+    for (const char* when : {"after the shot", "before it"}) {
+        const auto displays = capture_.displays();
+        ASSERT_TRUE(displays) << when;
+        EXPECT_TRUE(displays->empty()) << when;
+        EXPECT_FALSE(capture_.image(display, 320, 200)) << when;
+    }
 }
 
 TEST_F(X11ScreenCaptureTest, HasNoDisplayWhileNoPictureWouldBeRecognised) {
@@ -216,11 +226,13 @@ TEST_F(X11ScreenCaptureTest, IsRefusedInAWaylandSession) {
 }
 
 TEST_F(X11ScreenCaptureTest, WaitsForAHungServerOnlySoLong) {
-    const auto display = capture_.displays()->front();
+    ASSERT_TRUE(capture_.displays());
     server_.signal(SIGSTOP);
-    EXPECT_FALSE(capture_.image(display, 320, 200));
+    EXPECT_FALSE(capture_.displays());
     server_.signal(SIGCONT);
-    EXPECT_TRUE(capture_.image(display, 320, 200)) << "it works again once the server does";
+    const auto displays = capture_.displays();
+    ASSERT_TRUE(displays) << "it works again once the server does";
+    EXPECT_TRUE(capture_.image(displays->front(), 320, 200));
 }
 
 TEST(X11ScreenCaptureWithoutServer, IsNotPermitted) {
@@ -229,6 +241,18 @@ TEST(X11ScreenCaptureWithoutServer, IsNotPermitted) {
                              [] { return true; });
     EXPECT_FALSE(capture.isPermitted());
     EXPECT_FALSE(capture.displays());
+}
+
+TEST(X11ScreenCaptureWithoutServer, FindsTheServerLaterWithoutKeepingTheCallerWaiting) {
+    setenv("DISPLAY", ":4711", 1);
+    X11ScreenCapture capture(std::make_shared<ScriptedGuard>(), std::make_shared<ScriptedRegions>(),
+                             [] { return true; });
+    const XServer server;
+    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!capture.isPermitted() && std::chrono::steady_clock::now() < bound)
+        std::this_thread::yield();
+    EXPECT_TRUE(capture.isPermitted());
+    EXPECT_TRUE(capture.displays());
 }
 
 } // namespace

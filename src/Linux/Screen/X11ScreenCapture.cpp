@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace mnemora::x11 {
@@ -38,70 +40,99 @@ Image blackened(const Image& image, const Monitor& place, const desktop::Area& p
 X11ScreenCapture::X11ScreenCapture(std::shared_ptr<FrontWindowGuard> guard,
                                    std::shared_ptr<WithheldRegions> regions,
                                    std::function<bool()> hasRoom)
-    : guard_(std::move(guard)), regions_(std::move(regions)), hasRoom_(std::move(hasRoom)) {}
+    : guard_(std::move(guard)), regions_(std::move(regions)), hasRoom_(std::move(hasRoom)) {
+    if (isWaylandSession())
+        return;
+    const std::lock_guard lock(server_->mutex);
+    server_->connect();
+}
+
+bool X11ScreenCapture::Server::connect() {
+    if (!screen || !screen->isAlive())
+        screen = X11Screen::open();
+    isReadable = screen != nullptr;
+    return isReadable;
+}
 
 bool X11ScreenCapture::isPermitted() {
     if (isWaylandSession())
         return false;
-    const std::unique_lock lock(mutex_, std::try_to_lock);
-    // A picture is being taken elsewhere: no reason to wait for it.
-    return lock ? connect() : readable_.load();
+    if (!server_->isReadable)
+        seekServer();
+    return server_->isReadable;
 }
 
-bool X11ScreenCapture::connect() {
-    if (!screen_ || !screen_->isAlive())
-        screen_ = X11Screen::open();
-    readable_ = screen_ != nullptr;
-    return readable_;
+// Connecting has no bound of its own, so nobody ever waits for this thread.
+void X11ScreenCapture::seekServer() {
+    if (server_->isSought.exchange(true))
+        return;
+    try {
+        std::thread([server = server_] {
+            {
+                const std::lock_guard lock(server->mutex);
+                server->connect();
+            }
+            server->isSought = false;
+        }).detach();
+    } catch (const std::system_error&) { // no thread to be had
+        server_->isSought = false;
+    }
 }
 
 Outcome<std::vector<Display>> X11ScreenCapture::displays() {
-    if (isWaylandSession() || !hasRoom_() || !guard_->contentMayBeRead() || !regions_->withheld())
+    keep(std::nullopt);
+    if (isWaylandSession() || !hasRoom_() || !guard_->contentMayBeRead())
         return std::vector<Display>();
-    const std::lock_guard lock(mutex_);
-    if (!connect())
-        return Failure{"the X server can't be reached"};
+    const auto before = regions_->withheld();
+    if (!before)
+        return std::vector<Display>();
+    const auto taken = shot();
+    const auto after = regions_->withheld();
+    if (!after || !guard_->contentMayBeRead())
+        return std::vector<Display>();
+    if (!taken)
+        return Failure{taken.description()};
     std::vector<Display> displays;
-    for (const auto& monitor : screen_->monitors())
+    for (const auto& monitor : taken->monitors)
         displays.push_back({monitor.name, monitor.width, monitor.height});
+    if (displays.empty())
+        return displays;
+    auto parts = *before;
+    parts.insert(parts.end(), after->begin(), after->end());
+    keep(Picture{displays.front(), parts.empty()
+                                       ? taken->image
+                                       : blackened(taken->image, taken->monitors.front(), parts)});
     return displays;
 }
 
 Outcome<Image> X11ScreenCapture::image(const Display& display, int width, int height) {
-    const Failure isPrivate{"what is on the screen may not be read"};
-    if (isWaylandSession() || !guard_->contentMayBeRead())
-        return isPrivate;
-    const auto before = regions_->withheld();
-    if (!before)
-        return isPrivate;
-    const auto taken = shot(display, width, height);
-    const auto after = regions_->withheld();
-    if (!after || !guard_->contentMayBeRead())
-        return isPrivate;
-    if (!taken)
-        return Failure{taken.description()};
-    auto parts = *before;
-    parts.insert(parts.end(), after->begin(), after->end());
-    return parts.empty() ? taken->image : blackened(taken->image, taken->place, parts);
+    const std::lock_guard lock(mutex_);
+    if (!picture_ || picture_->display.identifier != display.identifier ||
+        picture_->display.width != width || picture_->display.height != height)
+        return Failure{"the display has no picture of this size"};
+    Image image = std::move(picture_->image);
+    picture_.reset();
+    return image;
 }
 
-Outcome<X11ScreenCapture::Shot> X11ScreenCapture::shot(const Display& display, int width,
-                                                       int height) {
+void X11ScreenCapture::keep(std::optional<Picture> picture) {
     const std::lock_guard lock(mutex_);
-    if (!connect())
+    picture_ = std::move(picture);
+}
+
+Outcome<X11ScreenCapture::Shot> X11ScreenCapture::shot() {
+    const std::lock_guard lock(server_->mutex);
+    if (!server_->connect())
         return Failure{"the X server can't be reached"};
-    const auto monitors = screen_->monitors();
-    const auto monitor =
-        std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& candidate) {
-            return candidate.name == display.identifier && candidate.width == width &&
-                   candidate.height == height;
-        });
-    if (monitor == monitors.end())
-        return Failure{"the display has changed"};
-    auto image = screen_->picture(*monitor);
+    auto monitors = server_->screen->monitors();
+    if (!server_->screen->isAlive())
+        return Failure{"the X server doesn't answer"};
+    if (monitors.empty())
+        return Shot{};
+    auto image = server_->screen->picture(monitors.front());
     if (!image)
         return Failure{"the X server gave no picture"};
-    return Shot{*std::move(image), *monitor};
+    return Shot{std::move(monitors), *std::move(image)};
 }
 
 } // namespace mnemora::x11

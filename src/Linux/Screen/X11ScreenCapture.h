@@ -12,13 +12,16 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <vector>
 
 namespace mnemora::x11 {
 
 /// The picture, taken at `place` on the screen, with these parts of the screen in black.
 [[nodiscard]] Image blackened(const Image& image, const Monitor& place, const desktop::Area& parts);
 
-/// Any thread; one picture at a time.
+/// Any thread; one picture at a time. The picture is taken while the displays are listed, so that
+/// what becomes private meanwhile is no failure but leaves no display.
 class X11ScreenCapture final : public ScreenCapture {
   public:
     /// `hasRoom` says whether a picture taken now would be recognised; while it wouldn't, there is
@@ -27,26 +30,42 @@ class X11ScreenCapture final : public ScreenCapture {
                      std::shared_ptr<WithheldRegions> regions, std::function<bool()> hasRoom);
 
     /// False in a Wayland session, where the X server's screen reads black without an error, and
-    /// when the server can't be reached or refuses its pixels.
+    /// when the server couldn't be reached or refused its pixels when last tried. Answers at once;
+    /// a lost server is looked for on a thread of its own.
     bool isPermitted() override;
+    /// Pictures the first display.
     Outcome<std::vector<Display>> displays() override;
+    /// The picture that `displays` took, once.
     Outcome<Image> image(const Display& display, int width, int height) override;
 
   private:
-    bool connect();
-    /// A picture and where on the whole screen it was taken.
-    struct Shot {
-        Image image;
-        Monitor place;
+    /// The server's screen, shared with the thread that looks for it.
+    struct Server {
+        bool connect(); // with `mutex` held
+
+        std::mutex mutex;
+        std::unique_ptr<X11Screen> screen; // guarded by mutex
+        std::atomic<bool> isReadable = false;
+        std::atomic<bool> isSought = false;
     };
-    Outcome<Shot> shot(const Display& display, int width, int height);
+    struct Shot {
+        std::vector<Monitor> monitors;
+        Image image; // of the first
+    };
+    struct Picture {
+        Display display;
+        Image image;
+    };
+    void seekServer();
+    Outcome<Shot> shot();
+    void keep(std::optional<Picture> picture);
 
     const std::shared_ptr<FrontWindowGuard> guard_;
     const std::shared_ptr<WithheldRegions> regions_;
     const std::function<bool()> hasRoom_;
+    const std::shared_ptr<Server> server_ = std::make_shared<Server>();
     std::mutex mutex_;
-    std::unique_ptr<X11Screen> screen_; // guarded by mutex_
-    std::atomic<bool> readable_ = false;
+    std::optional<Picture> picture_; // guarded by mutex_
 };
 
 } // namespace mnemora::x11
