@@ -45,6 +45,16 @@ TEST(ChosenTitle, TakesTheSourceThatCanBeTrustedForTheBrowser) {
             << test.accessible.value_or("-") << " | " << test.shown.value_or("-");
 }
 
+TEST(StillTrue, ANameHeardEarlierCountsBesideItsOwnTitleOnly) {
+    const Text name = "News - Chromium (Incognito)";
+    EXPECT_EQ(stillTrue(name, "News - Chromium"), name);
+    EXPECT_EQ(stillTrue("report.md", "report.md"), "report.md");
+    for (const Text& shown :
+         {Text("Mail - Chromium"), Text("Other program"), Text(""), Text(" - Chromium"), Text()})
+        EXPECT_EQ(stillTrue(name, shown), std::nullopt) << shown.value_or("-");
+    EXPECT_EQ(stillTrue(std::nullopt, "News"), std::nullopt);
+}
+
 TEST(ShortenedTitle, KeepsBothEndsOfAHugeOneAndWholeCharacters) {
     EXPECT_EQ(shortenedTitle("short"), "short");
     for (const std::string letter : {"a", "é", "山", "🙂"}) {

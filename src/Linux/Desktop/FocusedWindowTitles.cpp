@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <string_view>
+#include <utility>
 
 namespace mnemora::desktop {
 namespace {
@@ -43,6 +44,12 @@ std::optional<std::string> chosenTitle(Browser browser,
     return hasName || !shown ? accessible : shown;
 }
 
+std::optional<std::string> stillTrue(std::optional<std::string> heard,
+                                     const std::optional<std::string>& shown) {
+    const bool canBeTold = shown && !pageTitle(*shown).empty();
+    return heard && canBeTold && belongTogether(*heard, shown) ? std::move(heard) : std::nullopt;
+}
+
 std::string shortenedTitle(std::string title) {
     if (title.size() <= maxTitleBytes)
         return title;
@@ -74,7 +81,8 @@ std::optional<FocusedWindow> FocusedWindowTitles::focusedWindow(int processIdent
     std::optional<std::string> accessible;
     if (windows_->isAvailable() && processIdentifier > 0) {
         const auto reading = windows_->read(processIdentifier, patience);
-        accessible = reading ? reading->name : windows_->last(processIdentifier).name;
+        accessible =
+            reading ? reading->name : stillTrue(windows_->last(processIdentifier).name, shown);
     }
     auto title = chosenTitle(browser, accessible, shown);
     if (!title && !isFront)

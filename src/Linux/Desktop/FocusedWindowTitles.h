@@ -28,6 +28,11 @@ namespace mnemora::desktop {
 [[nodiscard]] bool belongTogether(const std::string& accessible,
                                   const std::optional<std::string>& shown);
 
+/// Of a name heard earlier what still counts beside the title shown now: nothing unless the two
+/// belong together. The window may have moved on since, or the process be another one.
+[[nodiscard]] std::optional<std::string> stillTrue(std::optional<std::string> heard,
+                                                   const std::optional<std::string>& shown);
+
 /// At most 4096 bytes of the title: a longer one loses its middle, since browsers put their own
 /// words last. Stays valid UTF-8.
 [[nodiscard]] std::string shortenedTitle(std::string title);
