@@ -153,6 +153,21 @@ TEST_F(BrowserScriptHostTest, NoAnswerFromABrowserThatLeavesTheFrontMeanwhile) {
     EXPECT_TRUE(run(*scripts, textScript).failed);
 }
 
+TEST_F(BrowserScriptHostTest, NoTextOfAPageThatBelongsToAConcealedApplication) {
+    const auto scripts = BrowserScriptHost::create(
+        {.socket = socket_,
+         .hostProgram = program(),
+         .frontmostApplication = [this] { return front_; },
+         .withholds = [](auto&, auto&) { return false; },
+         .conceals = [](const std::string& address) { return address == "vault:"; },
+         .fallback = nullptr});
+    for (const char* address : {"vault:", "page:"}) {
+        FakeExtension extension(socket_, chromium, page(address));
+        ASSERT_TRUE(eventually([&] { return run(*scripts, addressScript).text == address; }));
+        EXPECT_EQ(run(*scripts, textScript).failed, address == std::string("vault:")) << address;
+    }
+}
+
 TEST_F(BrowserScriptHostTest, ASilentBrowserIsAnErrorAndWhatItToldIsForgotten) {
     const auto all = connections();
     FakeExtension extension(socket_, chromium, silence);

@@ -73,6 +73,8 @@ struct BrowserScriptHost::Rules {
             std::any_of(answer->titles.begin(), answer->titles.end(),
                         [&](const auto& title) { return options.withholds(bundle, title); }))
             return error();
+        if (options.conceals && (!answer->address || options.conceals(*answer->address)))
+            return error();
         return result(std::move(answer->text));
     }
 };

@@ -23,6 +23,9 @@ struct BrowserScriptHostOptions {
     /// Whether a window of that application with that title has its content withheld. The page's
     /// own title is known here even where the desktop can't read one.
     std::function<bool(const std::string& bundleIdentifier, const std::string& title)> withholds;
+    /// Whether the pages at that address belong to an application whose content is never read, as
+    /// a password manager's do; empty: none does.
+    std::function<bool(const std::string& address)> conceals = {};
     /// For a supported browser without a connected extension; may be null.
     std::shared_ptr<ScriptHost> fallback;
 };

@@ -6,6 +6,7 @@
 #include "Linux/Browsers/BrowserScriptHost.h"
 #include "Linux/Browsers/PageSocket.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
+#include "Linux/Desktop/ApplicationTable.h"
 #include "Linux/Desktop/BrandImages.h"
 #include "Linux/Desktop/CardPanels.h"
 #include "Linux/Desktop/DesktopApplication.h"
@@ -31,6 +32,7 @@
 #include <chrono>
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <system_error>
 
 namespace mnemora::desktop {
@@ -46,6 +48,24 @@ std::filesystem::path hostProgram() {
     const auto program = installation::helpers() / "mnemora-browser-host";
     const auto resolved = std::filesystem::canonical(program, error);
     return error ? program : resolved;
+}
+
+/// Of an address as browsers give it; empty without one.
+std::string_view hostOf(std::string_view address) {
+    constexpr std::string_view mark = "://";
+    const auto scheme = address.find(mark);
+    if (scheme == std::string_view::npos)
+        return {};
+    address.remove_prefix(scheme + mark.size());
+    address = address.substr(0, address.find_first_of("/?#"));
+    address.remove_prefix(address.rfind('@') + 1); // from npos, too
+    address = address.substr(0, address.find(':'));
+    return address.substr(0, address.find_last_not_of('.') + 1);
+}
+
+bool isConcealedPage(std::string_view address) {
+    const TableRow* row = rowAtHost(hostOf(address));
+    return row != nullptr && isConcealed(*row);
 }
 
 std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspace>& workspace,
@@ -64,6 +84,7 @@ std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspa
              [](const std::string& bundleIdentifier, const std::string& title) {
                  return Privacy::shouldRedact(bundleIdentifier, title);
              },
+         .conceals = [](const std::string& address) { return isConcealedPage(address); },
          .fallback = fallback});
     return host ? host : fallback;
 }
