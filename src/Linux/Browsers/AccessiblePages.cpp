@@ -153,14 +153,22 @@ class AccessiblePageScript : public Script {
 
     [[nodiscard]] ScriptResult execute() override {
         const bool onMainThread = syscall(SYS_gettid) == getpid();
-        auto text = !onMainThread && mayBeRead() ? read() : std::nullopt;
-        // Looked at again: what was read may be of a window that came to the front meanwhile.
-        if (!text || !mayBeRead())
+        if (onMainThread || !mayBeRead())
+            return {.failed = true, .text = std::nullopt};
+        const auto before = changes();
+        auto text = read();
+        // Looked at again: what was read may be of a window that came to the front meanwhile, also
+        // of one that has gone again.
+        if (!text || !mayBeRead() || changes() != before)
             return {.failed = true, .text = std::nullopt};
         return {.failed = false, .text = std::move(text)};
     }
 
   private:
+    [[nodiscard]] std::uint64_t changes() const {
+        return options_->windowChanges ? options_->windowChanges() : 0;
+    }
+
     [[nodiscard]] bool mayBeRead() const {
         return options_->frontmostApplication() == script_.bundleIdentifier && options_->guard &&
                options_->guard->contentMayBeRead();

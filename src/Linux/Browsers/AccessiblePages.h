@@ -5,6 +5,7 @@
 #include "Linux/FrontWindowGuard.h"
 #include "Platform/ScriptHost.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -26,6 +27,10 @@ class AccessiblePages : public ScriptHost {
         /// As in BrowserScriptHostOptions.
         std::function<std::optional<std::string>()> frontmostApplication;
         std::shared_ptr<FrontWindowGuard> guard;
+        /// Grows whenever another window may have come to the front, appeared or gone, as of the
+        /// guard's last answer. Without it, only what is in front right before and right after a
+        /// page is read counts.
+        std::function<std::uint64_t()> windowChanges = {};
     };
 
     explicit AccessiblePages(Options options);

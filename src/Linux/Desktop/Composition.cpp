@@ -28,11 +28,11 @@
 #include "Support/UserFolders.h"
 
 #include <QCoreApplication>
+#include <string_view>
 
 #include <chrono>
 #include <filesystem>
 #include <optional>
-#include <string_view>
 #include <system_error>
 
 namespace mnemora::desktop {
@@ -74,8 +74,11 @@ std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspa
         const auto front = workspace->lastFrontmostApplication();
         return front ? front->bundleIdentifier : std::nullopt;
     };
-    const auto fallback = std::make_shared<browsers::AccessiblePages>(
-        browsers::AccessiblePages::Options{.frontmostApplication = frontmost, .guard = guard});
+    const auto fallback =
+        std::make_shared<browsers::AccessiblePages>(browsers::AccessiblePages::Options{
+            .frontmostApplication = frontmost, .guard = guard, .windowChanges = [workspace] {
+                return workspace->windowChanges();
+            }});
     const std::shared_ptr<ScriptHost> host = browsers::BrowserScriptHost::create(
         {.socket = browsers::pageSocketPath(),
          .hostProgram = hostProgram(),
@@ -121,7 +124,7 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
         guard,
         std::make_shared<WithheldWindows>(
             [workspace](std::chrono::milliseconds patience) {
-                return workspace->freshStack(patience);
+                return workspace->settledStack(patience);
             },
             windows, catalogue),
         [recognizer] { return recognizer->hasRoom(); });

@@ -85,7 +85,7 @@ Connection::Connection(xcb_connection_t* connection, Window root, int screen)
 
 void Connection::internAtoms(int screen) {
     const std::string compositor = "_NET_WM_CM_S" + std::to_string(screen);
-    const std::array<std::string_view, 16> names = {"_NET_ACTIVE_WINDOW",
+    const std::array<std::string_view, 17> names = {"_NET_ACTIVE_WINDOW",
                                                     "_NET_CLIENT_LIST",
                                                     "_NET_WM_NAME",
                                                     "_NET_WM_PID",
@@ -100,7 +100,8 @@ void Connection::internAtoms(int screen) {
                                                     "_NET_WM_STATE_HIDDEN",
                                                     "_NET_WM_WINDOW_OPACITY",
                                                     "_NET_WM_OPAQUE_REGION",
-                                                    compositor};
+                                                    compositor,
+                                                    "_NET_CLIENT_LIST_STACKING"};
     std::array<xcb_intern_atom_cookie_t, names.size()> asked;
     for (std::size_t i = 0; i < names.size(); ++i)
         asked[i] = xcb_intern_atom(connection_.get(), 0,
@@ -111,8 +112,9 @@ void Connection::internAtoms(int screen) {
             xcb_intern_atom_reply(connection_.get(), asked[i], nullptr));
         atoms[i] = reply ? reply->atom : Atom(XCB_ATOM_NONE);
     }
-    atoms_ = {atoms[0], atoms[1], atoms[2],  atoms[3],  atoms[4],  atoms[5],  atoms[6],  atoms[7],
-              atoms[8], atoms[9], atoms[10], atoms[11], atoms[12], atoms[13], atoms[14], atoms[15]};
+    atoms_ = {atoms[0],  atoms[1],  atoms[2],  atoms[3],  atoms[4],  atoms[5],
+              atoms[6],  atoms[7],  atoms[8],  atoms[9],  atoms[10], atoms[11],
+              atoms[12], atoms[13], atoms[14], atoms[15], atoms[16]};
 }
 
 void Connection::queryExtensions() {
@@ -152,6 +154,9 @@ bool Connection::takeNotices() {
             continue; // errors of requests without an answer come this way too
         const auto* notice = reinterpret_cast<const xcb_property_notify_event_t*>(event.get());
         changed = changed || notice->atom == atoms_.activeWindow;
+        if (notice->atom == atoms_.activeWindow || notice->atom == atoms_.clientList ||
+            notice->atom == atoms_.clientStacking || notice->atom == atoms_.currentDesktop)
+            ++changes_;
     }
     return changed;
 }

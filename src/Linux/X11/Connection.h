@@ -41,7 +41,7 @@ struct Property {
 struct Atoms {
     Atom activeWindow, clientList, windowName, windowPid, utf8, compoundText, gtkApplicationId,
         kdeDesktopFile, supportingManager, desktop, currentDesktop, state, stateHidden, opacity,
-        opaqueRegion, compositor;
+        opaqueRegion, compositor, clientStacking;
 };
 
 /// One thread at a time; every operation waits for the server.
@@ -53,10 +53,12 @@ class Connection {
 
     [[nodiscard]] bool isAlive() const;
     [[nodiscard]] int descriptor() const;
-    /// Asks for notices when the active window changes.
+    /// Asks for notices when the active window, the windows or the current desktop change.
     void followActiveWindow();
     /// Takes all waiting notices; true when the active window may have changed.
     bool takeNotices();
+    /// How many of the notices taken so far say that other windows may be on the screen.
+    [[nodiscard]] std::uint64_t changes() const { return changes_; }
 
     /// The window with the focus, as the window manager states it, or, without one that does, as
     /// the server's own focus says.
@@ -107,6 +109,7 @@ class Connection {
     std::unique_ptr<xcb_connection_t, Disconnect> connection_;
     Window root_;
     Atoms atoms_{};
+    std::uint64_t changes_ = 0;
     bool hasClientIds_ = false;
     bool hasPowerState_ = false;
     bool hasScreenSaver_ = false;

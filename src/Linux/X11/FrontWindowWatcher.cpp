@@ -87,6 +87,7 @@ bool FrontWindowWatcher::serve() {
     DisplayState state;
     if (changed || isAsked)
         state = readNow(wanted);
+    countChanges(state);
     const bool isAlive = connection_->isAlive();
     lock.lock();
     if (!isAlive)
@@ -104,9 +105,19 @@ bool FrontWindowWatcher::serve() {
     return isAlive;
 }
 
+// The server sends a notice before every answer that it gives afterwards, so what changed before
+// the end of the reading is known once the reading is.
+void FrontWindowWatcher::countChanges(DisplayState& state) {
+    noticed_ = connection_->takeNotices();
+    if (std::exchange(changes_, connection_->changes()) != connection_->changes())
+        changedAt_ = std::chrono::steady_clock::now();
+    state.changes = changes_;
+    state.changedAt = changedAt_;
+}
+
 void FrontWindowWatcher::waitForWork() {
     // Answers may have brought notices along; those leave nothing to read on the socket.
-    noticed_ = connection_->takeNotices();
+    noticed_ = connection_->takeNotices() || noticed_;
     if (noticed_ || !connection_->isAlive())
         return;
     pollfd sources[] = {{connection_->descriptor(), POLLIN, 0}, {wakeUp_.get(), POLLIN, 0}};

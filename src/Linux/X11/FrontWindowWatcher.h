@@ -30,6 +30,10 @@ struct DisplayState {
     std::vector<desktop::WindowIdentity> clients;
     /// The windows on the screen, where they were asked for and could be listed.
     std::optional<desktop::WindowStack> stack;
+    /// Grows whenever another window may have come to the front, appeared or gone.
+    std::uint64_t changes = 0;
+    /// When it was seen to grow last; the clock's beginning before that.
+    std::chrono::steady_clock::time_point changedAt;
 };
 
 /// What a reading holds beside the window in front.
@@ -65,6 +69,7 @@ class FrontWindowWatcher {
     bool serve();
     void waitForWork();
     [[nodiscard]] DisplayState readNow(Wanted wanted);
+    void countChanges(DisplayState& state);
     [[nodiscard]] std::optional<desktop::WindowIdentity> identity(Window window);
     void wake() const;
 
@@ -73,6 +78,8 @@ class FrontWindowWatcher {
     const std::function<void()> changed_;
     std::map<Window, desktop::WindowIdentity> known_; // used by the thread only
     bool noticed_ = false;                            // used by the thread only
+    std::uint64_t changes_ = 0;                       // used by the thread only
+    std::chrono::steady_clock::time_point changedAt_; // used by the thread only
 
     mutable std::mutex mutex_;
     std::condition_variable served_;

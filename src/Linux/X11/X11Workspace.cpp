@@ -107,6 +107,22 @@ X11Workspace::freshStack(std::chrono::milliseconds patience) const {
     return std::move(state->stack);
 }
 
+std::optional<desktop::WindowStack>
+X11Workspace::settledStack(std::chrono::milliseconds patience) const {
+    // A busy program takes some tenths of a second to paint what was uncovered, and compositors
+    // fade windows out for as long.
+    constexpr auto settling = std::chrono::milliseconds(400);
+    auto state = watcher_->read(patience, {.stack = true});
+    if (!state || !isVisible(*state) ||
+        std::chrono::steady_clock::now() - state->changedAt < settling)
+        return std::nullopt;
+    return std::move(state->stack);
+}
+
+std::uint64_t X11Workspace::windowChanges() const {
+    return watcher_->last().changes;
+}
+
 std::optional<RunningApplication> X11Workspace::frontmostApplication() {
     const auto state = watcher_->read(patience);
     return frontOf(state ? *state : watcher_->last());

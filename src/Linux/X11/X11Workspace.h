@@ -53,6 +53,13 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
     /// The windows on the screen, read anew; absent likewise. Any thread.
     [[nodiscard]] std::optional<desktop::WindowStack>
     freshStack(std::chrono::milliseconds patience) const;
+    /// The same, once what the screen shows is those windows: absent shortly after a change, when
+    /// programs haven't yet painted over the ones that went away. Any thread.
+    [[nodiscard]] std::optional<desktop::WindowStack>
+    settledStack(std::chrono::milliseconds patience) const;
+    /// A number that grows whenever another window may have come to the front, appeared or gone,
+    /// as of the last reading. Any thread.
+    [[nodiscard]] std::uint64_t windowChanges() const;
 
   private:
     struct Observers;
