@@ -1,6 +1,7 @@
 #include "Engines/RecognitionFrames.h"
 
-#include <cstring>
+#include "Engines/FrameValues.h"
+
 #include <utility>
 
 namespace mnemora::engines {
@@ -8,20 +9,6 @@ namespace {
 
 constexpr std::int32_t longestSide = 16384;
 constexpr std::uint32_t noCandidate = 0xFFFFFFFF;
-
-template <class Value>
-void append(std::string& bytes, const Value& value) {
-    bytes.append(reinterpret_cast<const char*>(&value), sizeof(value));
-}
-
-template <class Value>
-bool take(std::string_view& bytes, Value& value) {
-    if (bytes.size() < sizeof(value))
-        return false;
-    std::memcpy(&value, bytes.data(), sizeof(value));
-    bytes.remove_prefix(sizeof(value));
-    return true;
-}
 
 } // namespace
 

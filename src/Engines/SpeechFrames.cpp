@@ -1,5 +1,7 @@
 #include "Engines/SpeechFrames.h"
 
+#include "Engines/FrameValues.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -10,20 +12,6 @@ namespace {
 constexpr double lowestRate = 8000;
 constexpr double highestRate = 384000;
 constexpr int mostChannels = 32;
-
-template <class Value>
-void append(std::string& bytes, const Value& value) {
-    bytes.append(reinterpret_cast<const char*>(&value), sizeof(value));
-}
-
-template <class Value>
-bool take(std::string_view& bytes, Value& value) {
-    if (bytes.size() < sizeof(value))
-        return false;
-    std::memcpy(&value, bytes.data(), sizeof(value));
-    bytes.remove_prefix(sizeof(value));
-    return true;
-}
 
 } // namespace
 
