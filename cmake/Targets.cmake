@@ -37,12 +37,18 @@ function(mnemora_program name subdir)
                        INSTALL_RPATH "$ORIGIN/${up}/${MNEMORA_LIB_SUBDIR};$ORIGIN/${up}/${MNEMORA_LIB_SUBDIR}/runtime")
 endfunction()
 
-# One test program of a folder; every TEST in it is a test of ctest's own.
-function(mnemora_test name)
+# A program of the tests, in a folder of the build tree of their own.
+function(mnemora_test_program name)
   add_executable(${name} ${ARGN})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/tests)
-  target_link_libraries(${name} PRIVATE mnemora-warnings mnemora-core GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE mnemora-warnings mnemora-core)
   set_target_properties(
     ${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests
                        INSTALL_RPATH "$ORIGIN/../${MNEMORA_LIB_SUBDIR};$ORIGIN/../${MNEMORA_LIB_SUBDIR}/runtime")
+endfunction()
+
+# One test program of a folder; every TEST in it is a test of ctest's own.
+function(mnemora_test name)
+  mnemora_test_program(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest_main)
 endfunction()

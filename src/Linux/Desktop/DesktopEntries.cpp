@@ -28,7 +28,19 @@ bool startsWebPage(const char* command) {
            text.find("--application-mode") != text.npos;
 }
 
-DesktopEntry entryOf(GDesktopAppInfo* info) {
+std::vector<DesktopEntry> installedEntries() {
+    std::vector<DesktopEntry> entries;
+    GList* all = g_app_info_get_all();
+    for (GList* item = all; item != nullptr; item = item->next)
+        if (G_IS_DESKTOP_APP_INFO(item->data))
+            entries.push_back(desktopEntryOf(G_DESKTOP_APP_INFO(item->data)));
+    g_list_free_full(all, g_object_unref);
+    return entries;
+}
+
+} // namespace
+
+DesktopEntry desktopEntryOf(GDesktopAppInfo* info) {
     GAppInfo* application = G_APP_INFO(info);
     DesktopEntry entry;
     entry.identifier = textOf(g_app_info_get_id(application));
@@ -45,18 +57,6 @@ DesktopEntry entryOf(GDesktopAppInfo* info) {
     entry.isShown = g_app_info_should_show(application) != FALSE;
     return entry;
 }
-
-std::vector<DesktopEntry> installedEntries() {
-    std::vector<DesktopEntry> entries;
-    GList* all = g_app_info_get_all();
-    for (GList* item = all; item != nullptr; item = item->next)
-        if (G_IS_DESKTOP_APP_INFO(item->data))
-            entries.push_back(entryOf(G_DESKTOP_APP_INFO(item->data)));
-    g_list_free_full(all, g_object_unref);
-    return entries;
-}
-
-} // namespace
 
 struct DesktopEntries::Shared {
     mutable std::mutex mutex;

@@ -12,6 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
+struct _GDesktopAppInfo;
+
 namespace mnemora::desktop {
 
 /// What the program needs of a desktop entry.
@@ -32,6 +34,9 @@ struct DesktopEntry {
 
     bool operator==(const DesktopEntry&) const = default;
 };
+
+/// What is needed of an entry that GIO has read; all its texts are clean.
+[[nodiscard]] DesktopEntry desktopEntryOf(_GDesktopAppInfo* info);
 
 /// Abstract so that tests bring their own entries. Any thread, at once.
 struct EntrySource {

@@ -38,15 +38,6 @@ const char* connectionFailure(int error) {
     }
 }
 
-/// A property of the instance and the class, NUL-terminated each, in Latin-1 (ICCCM 4.1.2.5).
-std::pair<std::string, std::string> instanceAndClass(std::string_view bytes) {
-    const auto split = bytes.find('\0');
-    const auto instance = bytes.substr(0, split);
-    auto name = split == std::string_view::npos ? std::string_view() : bytes.substr(split + 1);
-    name = name.substr(0, name.find('\0'));
-    return {cleanText(fromLatin1(instance)), cleanText(fromLatin1(name))};
-}
-
 template <class Integer>
 std::vector<Integer> numbers(const std::string& bytes) {
     std::vector<Integer> result(bytes.size() / sizeof(Integer));

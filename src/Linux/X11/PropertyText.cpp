@@ -1,5 +1,7 @@
 #include "Linux/X11/PropertyText.h"
 
+#include "Text/Encoding.h"
+
 #include <algorithm>
 #include <memory>
 #include <unicode/ucnv.h>
@@ -57,6 +59,14 @@ std::string fromCompoundText(std::string_view bytes) {
         bytes.remove_prefix(std::min(to + end.size(), bytes.size()));
     }
     return text;
+}
+
+std::pair<std::string, std::string> instanceAndClass(std::string_view bytes) {
+    const auto split = bytes.find('\0');
+    const auto instance = bytes.substr(0, split);
+    auto name = split == std::string_view::npos ? std::string_view() : bytes.substr(split + 1);
+    name = name.substr(0, name.find('\0'));
+    return {cleanText(fromLatin1(instance)), cleanText(fromLatin1(name))};
 }
 
 } // namespace mnemora::x11

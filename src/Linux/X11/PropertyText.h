@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace mnemora::x11 {
 
@@ -11,5 +12,9 @@ namespace mnemora::x11 {
 
 /// Type COMPOUND_TEXT: the consortium's use of ISO 2022. What can't be decoded becomes U+FFFD.
 [[nodiscard]] std::string fromCompoundText(std::string_view bytes);
+
+/// A WM_CLASS property: the instance and the class, NUL-terminated each, in Latin-1 (ICCCM
+/// 4.1.2.5). Clean texts, empty where the property is cut short.
+[[nodiscard]] std::pair<std::string, std::string> instanceAndClass(std::string_view bytes);
 
 } // namespace mnemora::x11

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 
 // A reading takes about a millisecond; only a grabbed or hung server takes longer, and then the
 // last one is as good as any.
-constexpr auto patience = 15ms;
+constexpr auto mainThreadPatience = 15ms;
 // Most focus changes pass through "no active window"; one that lasts longer is meant.
 constexpr auto absenceBound = 500ms;
 
@@ -124,7 +124,7 @@ std::uint64_t X11Workspace::windowChanges() const {
 }
 
 std::optional<RunningApplication> X11Workspace::frontmostApplication() {
-    const auto state = watcher_->read(patience);
+    const auto state = watcher_->read(mainThreadPatience);
     return frontOf(state ? *state : watcher_->last());
 }
 
@@ -163,7 +163,7 @@ void X11Workspace::tell(const RunningApplication& application) {
 
 std::vector<RunningApplication>
 X11Workspace::runningApplications(const std::string& bundleIdentifier) {
-    const auto state = watcher_->read(patience, {.clients = true});
+    const auto state = watcher_->read(mainThreadPatience, {.clients = true});
     std::vector<RunningApplication> running;
     for (const auto& client : (state ? *state : watcher_->last()).clients) {
         auto candidate = application(client);
