@@ -38,7 +38,8 @@ std::optional<SoundPiece> decodeSound(std::string_view payload, std::vector<floa
         payload.size() % (sizeof(float) * piece.channels) != 0)
         return std::nullopt;
     samples.resize(payload.size() / sizeof(float));
-    std::memcpy(samples.data(), payload.data(), payload.size());
+    if (!samples.empty())
+        std::memcpy(samples.data(), payload.data(), payload.size());
     for (float& sample : samples)
         sample = std::isfinite(sample) ? std::clamp(sample, -1.0F, 1.0F) : 0.0F;
     piece.samples = samples;

@@ -31,6 +31,13 @@ std::int64_t candidateCount(std::int64_t limit) {
     return limit > most / 2 ? most : std::max(2 * limit, minCandidates);
 }
 
+/// A few letters take the mark that follows them into their own character (Prepend, UAX 29), a
+/// quote too, which the index's strings hold doubled.
+void appendInString(std::string& expression, std::string_view character) {
+    for (const char c : character)
+        expression.append(c == '"' ? 2 : 1, c);
+}
+
 /// Reads a row whose columns from `first` on are time, source, app, person, title, url, snippet.
 QueryEngine::Row rowWithSnippet(const RowReader& row, int first = 0) {
     return {.ts = row.real(first),
@@ -86,7 +93,7 @@ std::string QueryEngine::ftsSanitize(std::string_view text) {
         else if (!isWord && inWord)
             expression += '"';
         if (isWord)
-            expression += character;
+            appendInString(expression, character);
         inWord = isWord;
         return true;
     });

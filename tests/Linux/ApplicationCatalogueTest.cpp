@@ -135,6 +135,7 @@ TEST(ApplicationCatalogue, WithholdsEveryProgramThatHoldsSecrets) {
         window("vault.bitwarden.com", "Chromium", "chromium"),
         // A claim to be something else doesn't help.
         window("chromium", "Chromium", "keepassxc"),
+        window("crx_aaaa", "Chromium", "keepassxc"),
     };
     const auto catalogue = catalogueWith(installed);
     for (const WindowIdentity& identity : secret)

@@ -30,6 +30,8 @@ TEST(FtsExpression, QuotesWordsAndJoinsThemWithOr) {
         {"?!", R"("?!")"},
         {"", R"("")"},
         {"\"", R"(""")"},
+        // One character by Unicode's rules, with a quote in it that must not end the string.
+        {"\u0D4E\" OR title:x", "\"\u0D4E\"\"\" OR \"OR\" OR \"title\" OR \"x\""},
     };
     for (const auto& [text, expression] : cases)
         EXPECT_EQ(QueryEngine::ftsSanitize(text), expression);

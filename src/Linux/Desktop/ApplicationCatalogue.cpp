@@ -26,6 +26,10 @@ bool isWebApplication(const WindowIdentity& window) {
 }
 
 const TableRow* rowOf(const WindowIdentity& window, const std::optional<DesktopEntry>& entry) {
+    // A window's class is what its program says; whose process it is, the system says.
+    const TableRow* owner = rowNamed({window.process.sandbox, window.process.program});
+    if (owner != nullptr && isConcealed(*owner))
+        return owner;
     const bool isWebApp = isWebApplication(window) || (entry && entry->isWebApplication);
     if (isWebApp) {
         if (const TableRow* row = rowAtHost(hostOf(window)))
