@@ -1,5 +1,7 @@
 #include "Store/DatabaseFile.h"
 
+#include "Store/LostPages.h"
+#include "Store/Statement.h"
 #include "Support/FileDescriptor.h"
 #include "Support/UserFolders.h"
 
@@ -62,6 +64,14 @@ void makeCompanionsPrivate(const std::filesystem::path& path) {
     }
 }
 
+/// Whether rows could be stored that the full-text index would never learn of.
+bool isHalfMade(sqlite3* db) {
+    const Statement made(db,
+                         "SELECT 1 FROM sqlite_master WHERE name = 'events'\n"
+                         "AND NOT EXISTS (SELECT 1 FROM sqlite_master WHERE name = 'events_ai');");
+    return made && made.stepToRow();
+}
+
 bool belongsToSomebodyElse(const std::filesystem::path& folder) {
     struct stat info {};
     return stat(folder.c_str(), &info) == 0 && info.st_uid != geteuid();
@@ -79,13 +89,20 @@ sqlite3* openDatabase(const std::filesystem::path& path) {
     if (belongsToSomebodyElse(path.parent_path()) || !makePrivateFile(path))
         return nullptr;
     makeCompanionsPrivate(path);
+    surviveLostPages();
     sqlite3* db = nullptr;
     sqlite3_open(path.c_str(), &db);
     if (db == nullptr)
         return nullptr;
     sqlite3_busy_timeout(db, busyTimeoutMs);
-    for (const char* script : {"PRAGMA journal_mode=WAL;", schema})
-        sqlite3_exec(db, script, nullptr, nullptr, nullptr);
+    // What was built upon lost pages must not get into the file.
+    const auto refuse = [](void*) { return hasLostPages() ? 1 : 0; };
+    sqlite3_commit_hook(db, refuse, nullptr);
+    sqlite3_exec(db, "PRAGMA journal_mode=WAL;", nullptr, nullptr, nullptr);
+    if (sqlite3_exec(db, schema, nullptr, nullptr, nullptr) != SQLITE_OK && isHalfMade(db)) {
+        sqlite3_close(db);
+        return nullptr;
+    }
     return db;
 }
 

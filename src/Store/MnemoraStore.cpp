@@ -3,6 +3,7 @@
 #include "Log.h"
 #include "Platform/CoreServices.h"
 #include "Store/DatabaseFile.h"
+#include "Store/LostPages.h"
 #include "Store/PageReadAhead.h"
 #include "Store/Statement.h"
 #include "Text/Characters.h"
@@ -37,6 +38,13 @@ std::string embedBasis(const std::optional<std::string>& person,
 std::string embeddedPart(const RowReader& row) {
     const std::string basis = embedBasis(row.text(1), row.text(2), row.text(3));
     return std::string(firstCharacters(basis, NLSentenceEmbedder::maxCharacters));
+}
+
+/// Whether the last call met a file that is none, or not the one that was opened: it was cut
+/// short or written over.
+bool isDamaged(sqlite3* db) {
+    const int code = sqlite3_errcode(db);
+    return db != nullptr && (code == SQLITE_CORRUPT || code == SQLITE_NOTADB);
 }
 
 void bindAll(const Statement& statement, const std::vector<BindValue>& values) {
@@ -87,9 +95,24 @@ std::string MnemoraStore::dbPath() {
     return databasePath().string();
 }
 
+bool MnemoraStore::sync(const std::function<void()>& job) {
+    bool wasLost = false;
+    q_.sync([&] {
+        job();
+        wasLost = hasLostPages() || isDamaged(db_);
+        if (!wasLost)
+            return;
+        sqlite3_close(db_);
+        forgetLostPages();
+        db_ = openDatabase(dbPath());
+        mapped_ = false;
+    });
+    return wasLost;
+}
+
 void MnemoraStore::forEachRow(const std::string& sql, const std::vector<BindValue>& bind,
                               const std::function<void(const RowReader&)>& visit) {
-    q_.sync([&] {
+    sync([&] {
         const Statement statement(db_, sql);
         if (!statement) {
             logError(std::string("prepare failed: ") + databaseError(db_));
@@ -104,12 +127,14 @@ void MnemoraStore::forEachRow(const std::string& sql, const std::vector<BindValu
 
 bool MnemoraStore::insert(const MnemoraEvent& event, double dedupWindow) {
     bool stored = false;
-    q_.sync([&] {
+    const auto attempt = [&] {
         const auto id = insertOnQueue(event, dedupWindow);
         stored = id.has_value();
         if (id)
             storeEmbeddingOnQueue(*id, embedBasis(event.person, event.title, event.body));
-    });
+    };
+    if (sync(attempt) && !stored)
+        sync(attempt);
     return stored;
 }
 
@@ -167,7 +192,7 @@ bool MnemoraStore::storeEmbeddingOnQueue(std::int64_t eventId, std::string_view 
 void MnemoraStore::backfillEmbeddings() {
     if (!embedder_->isAvailable())
         return;
-    q_.sync([this] { backfillOnQueue(); });
+    sync([this] { backfillOnQueue(); });
 }
 
 void MnemoraStore::backfillOnQueue() {
@@ -192,7 +217,7 @@ void MnemoraStore::backfillOnQueue() {
 std::vector<SemanticMatch> MnemoraStore::semanticTopK(std::span<const float> query,
                                                       std::int64_t limit) {
     BestMatches best(limit > 0 ? static_cast<size_t>(limit) : 0);
-    q_.sync([&] {
+    sync([&] {
         const SimilarityScorer scorer(query);
         // The connection's lock is taken once: every step and column read takes it again, which
         // costs next to nothing for the thread that holds it.

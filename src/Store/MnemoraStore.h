@@ -89,6 +89,10 @@ class MnemoraStore {
     void forEachRow(const std::string& sql, const std::vector<BindValue>& bind,
                     const std::function<void(const RowReader&)>& visit);
 
+    /// Runs a job on q_. True when the file turned out to have been cut short or written over
+    /// under us; it has then been opened anew, and a job that failed may be worth another try.
+    bool sync(const std::function<void()>& job);
+
     // Only inside a job on q_:
     [[nodiscard]] std::optional<std::int64_t> insertOnQueue(const MnemoraEvent& event,
                                                             double dedupWindow);
@@ -97,7 +101,7 @@ class MnemoraStore {
     bool storeEmbeddingOnQueue(std::int64_t eventId, std::string_view text);
     void backfillOnQueue();
 
-    sqlite3* db_ = nullptr; // set once by construction, then used on q_ only
+    sqlite3* db_ = nullptr; // set by construction, then used on q_ only
     bool mapped_ = false;   // used on q_ only
     SerialQueue q_;
     std::unique_ptr<Embedder> embedder_;
