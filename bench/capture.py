@@ -2,11 +2,13 @@
 """What it costs that the program is on: CPU seconds a minute, memory, bytes kept.
 
     capture.py [--minutes M] [--program PROGRAM] [unchanged] [reading] [browsing] [scrolling]
+               [memory]
 
 Each part runs for M minutes (2 unless given; scrolling takes less) in a virtual desktop of its own:
 `unchanged`, a screen on which nothing happens; `reading`, a terminal with a new screen every ten
 seconds and typing in between; `browsing`, a Chromium with our extension and a new page every ten
-seconds; `scrolling`, what accessibility costs a Chromium that scrolls a long page.
+seconds; `scrolling`, what accessibility costs a Chromium that scrolls a long page; `memory`, what
+the program occupies while windows come, change and go, read every minute.
 """
 import argparse
 import os
@@ -24,6 +26,7 @@ from browser_chromium import Chromium, Pages
 from observer import Observer, cpu_seconds
 from windows import TextWindow, wait_until, xdotool
 
+MEMORY_BOUNDS = (90, 160)  # MiB private and resident
 BOUNDS = {"unchanged": 0.2, "browsing": 0.3}  # CPU seconds a minute, the children's included
 SETTLING = 20  # seconds after the first event, in which weights are loaded
 NEW_SCREEN = 10  # seconds
@@ -178,6 +181,51 @@ def reading(options, folder):
         terminal.wait()
 
 
+def growth(samples):
+    """MiB an hour by least squares over (minute, MiB)."""
+    mean = [sum(column) / len(samples) for column in zip(*samples)]
+    spread = sum((minute - mean[0]) ** 2 for minute, _ in samples)
+    together = sum((minute - mean[0]) * (size - mean[1]) for minute, size in samples)
+    return 60 * together / spread if spread else 0.0
+
+
+def memory_over_time(options, folder):
+    """A letter, a terminal with a new screen every ten seconds and windows of a few seconds."""
+    terminal = subprocess.Popen(
+        ["xterm", "-u8", "-fa", "DejaVu Sans Mono", "-fs", "11", "-geometry", "100x40+20+20", "-e", "sh", "-c",
+         TYPIST, "sh", str(ROOT / "docs" / "architecture.md")])
+    letter = TextWindow("A letter", TEXT[:1500])
+    observer = Observer(options.program, folder)
+    private, resident = [], []
+    try:
+        observer.wait_for(lambda event: event["body"], "the first content", 90)
+        began = time.monotonic()
+        while (minute := (time.monotonic() - began) / 60) < options.minutes:
+            note = TextWindow(f"Note {minute:.1f}", TEXT[int(minute * 100):][:900], "+300+200")
+            note.bring_to_front()
+            time.sleep(15)
+            letter.bring_to_front()
+            time.sleep(10)
+            note.close()
+            time.sleep(max(0, (len(private) + 1) * 60 - (time.monotonic() - began)))
+            sizes = memory(observer.process.pid)
+            minute = (time.monotonic() - began) / 60
+            private.append((minute, sizes[0]))
+            resident.append((minute, sizes[1]))
+            print(f"  minute {minute:4.0f}   {sizes[0]:6.1f} MiB private, {sizes[1]:6.1f} resident, "
+                  f"{len(observer.events())} events", flush=True)
+    finally:
+        observer.stop()
+        letter.close()
+        terminal.terminate()
+        terminal.wait()
+    settled = len(private) // 4  # what is loaded or made once is there by then
+    print(f"memory: {private[-1][1]:.1f} MiB private (bound {MEMORY_BOUNDS[0]}), "
+          f"{resident[-1][1]:.1f} resident (bound {MEMORY_BOUNDS[1]}); after the first quarter "
+          f"{growth(private[settled:]):+.1f} and {growth(resident[settled:]):+.1f} MiB an hour")
+    return private[-1][1] <= MEMORY_BOUNDS[0] and resident[-1][1] <= MEMORY_BOUNDS[1]
+
+
 def browsing(options, folder):
     host = pathlib.Path(options.program).resolve().parents[1] / "libexec/mnemora/mnemora-browser-host"
     subprocess.run([host, "--install"], check=True, stdout=subprocess.DEVNULL)
@@ -220,6 +268,7 @@ def scrolling(options, folder):
 
 
 PARTS = {part.__name__: part for part in (unchanged, reading, browsing, scrolling)}
+PARTS["memory"] = memory_over_time
 
 
 def in_session(part, options, accessibility):

@@ -1,5 +1,6 @@
 #include "Linux/Embedding/TransformerRunner.h"
 
+#include "Linux/Embedding/RuntimePages.h"
 #include "Linux/Embedding/SealedFile.h"
 
 #include <malloc.h>
@@ -146,11 +147,12 @@ std::span<const float> TransformerRunner::run(std::span<const std::int64_t> ids,
     return states_;
 }
 
-// Between two observations lie seconds, in which the working memory of a long text and the pages
-// of weights that the kernels have their own copies of would only lie idle.
+// Between two observations lie seconds, in which the working memory of a long text, the pages of
+// weights and what of the runtime only loading needs would lie idle.
 void TransformerRunner::giveMemoryBack() {
-    if (lastRun_ == std::chrono::steady_clock::time_point{} && network_->file)
+    if (network_->file)
         network_->file->dropPages();
+    dropRuntimePages();
     if (!holdsMuch_)
         return;
     network_->compiled.release_memory();
