@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 #include <unistd.h>
 
@@ -46,6 +47,45 @@ class HiddenWindows {
   private:
     xcb_connection_t* connection_;
     std::array<xcb_window_t, 40> windows_{};
+};
+
+/// What the window manager says of its windows, to be written over its head.
+class RootLists {
+  public:
+    explicit RootLists(xcb_connection_t* connection)
+        : connection_(connection),
+          root_(xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root) {
+        for (const char* name : {"_NET_CLIENT_LIST", "_NET_CLIENT_LIST_STACKING",
+                                 "_NET_ACTIVE_WINDOW", "_NET_CURRENT_DESKTOP"}) {
+            const x11::Reply<xcb_intern_atom_reply_t> atom(xcb_intern_atom_reply(
+                connection,
+                xcb_intern_atom(connection, 1, static_cast<std::uint16_t>(strlen(name)), name),
+                nullptr));
+            lists_.emplace_back(xcb_get_property_reply(
+                connection,
+                xcb_get_property(connection, 0, root_, atom->atom, XCB_ATOM_ANY, 0, 1024),
+                nullptr));
+            names_.push_back(atom->atom);
+        }
+    }
+    void writeAnew() const { write(0); }
+    /// Without the window that came last.
+    void writeShortened() const { write(1); }
+
+  private:
+    void write(std::uint32_t left) const {
+        for (std::size_t i = 0; i < names_.size(); ++i)
+            xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, root_, names_[i],
+                                lists_[i]->type, 32, lists_[i]->value_len - (i < 2 ? left : 0),
+                                xcb_get_property_value(lists_[i].get()));
+        std::free(
+            xcb_get_input_focus_reply(connection_, xcb_get_input_focus(connection_), nullptr));
+    }
+
+    xcb_connection_t* connection_;
+    xcb_window_t root_;
+    std::vector<xcb_atom_t> names_;
+    std::vector<x11::Reply<xcb_get_property_reply_t>> lists_;
 };
 
 class DesktopAdapters : public testing::Test {
@@ -195,6 +235,47 @@ TEST_F(DesktopAdapters, ListTheWindowsOnTheScreenInTheirOrderWithTheirFrames) {
         withheld = regions.withheld();
         return withheld == Area{stack->windows[below].place};
     }));
+}
+
+TEST_F(DesktopAdapters, TrustNoStackShortlyAfterAWindowCameOrWent) {
+    const auto settles = [&] {
+        return session_.runUntil([&] { return session_.workspace->settledStack(5s).has_value(); });
+    };
+    auto window = std::make_unique<OwnWindow>(own_.get(), OwnWindow::Marks{.title = "stays"});
+    ASSERT_TRUE(session_.waitForFront(*window));
+    ASSERT_TRUE(settles());
+    auto changes = session_.workspace->windowChanges();
+    const auto hasChanged = [&] {
+        (void)session_.workspace->freshFrontWindow(5s);
+        return session_.workspace->windowChanges() != changes;
+    };
+    auto other = std::make_unique<OwnWindow>(own_.get(), OwnWindow::Marks{.title = "comes"});
+    ASSERT_TRUE(session_.runUntil(hasChanged));
+    EXPECT_FALSE(session_.workspace->settledStack(5s));
+    EXPECT_TRUE(session_.workspace->freshStack(5s));
+    ASSERT_TRUE(settles());
+    changes = session_.workspace->windowChanges();
+    other.reset();
+    ASSERT_TRUE(session_.runUntil(hasChanged));
+    EXPECT_FALSE(session_.workspace->settledStack(5s));
+    EXPECT_TRUE(settles());
+}
+
+TEST_F(DesktopAdapters, TakeListsThatAreWrittenAnewWithTheSameWindowsForNoChange) {
+    const OwnWindow window(own_.get(), {.title = "stays"});
+    ASSERT_TRUE(session_.waitForFront(window));
+    ASSERT_TRUE(
+        session_.runUntil([&] { return session_.workspace->settledStack(5s).has_value(); }));
+    const auto changes = session_.workspace->windowChanges();
+    const RootLists lists(own_.get());
+    for (const auto bound = Steady::now() + 500ms; Steady::now() < bound;) {
+        lists.writeAnew();
+        EXPECT_TRUE(session_.workspace->settledStack(5s));
+    }
+    EXPECT_EQ(session_.workspace->windowChanges(), changes);
+    lists.writeShortened();
+    EXPECT_FALSE(session_.workspace->settledStack(5s));
+    lists.writeAnew();
 }
 
 TEST_F(DesktopAdapters, SeeNothingInFrontWhileTheScreenIsLockedOrCovered) {

@@ -127,7 +127,8 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
                 return workspace->settledStack(patience);
             },
             windows, catalogue),
-        [recognizer] { return recognizer->hasRoom(); });
+        [recognizer] { return recognizer->hasRoom(); },
+        [workspace] { return workspace->windowChanges(); });
     services.audioInput = std::make_shared<pulse::PulseAudioInput>(mainLoop);
     services.systemAudio = std::make_shared<pulse::PulseSystemAudio>();
     services.speech =

@@ -39,8 +39,10 @@ Image blackened(const Image& image, const Monitor& place, const desktop::Area& p
 
 X11ScreenCapture::X11ScreenCapture(std::shared_ptr<FrontWindowGuard> guard,
                                    std::shared_ptr<WithheldRegions> regions,
-                                   std::function<bool()> hasRoom)
-    : guard_(std::move(guard)), regions_(std::move(regions)), hasRoom_(std::move(hasRoom)) {
+                                   std::function<bool()> hasRoom,
+                                   std::function<std::uint64_t()> windowChanges)
+    : guard_(std::move(guard)), regions_(std::move(regions)), hasRoom_(std::move(hasRoom)),
+      windowChanges_(std::move(windowChanges)) {
     if (isWaylandSession())
         return;
     const std::lock_guard lock(server_->mutex);
@@ -79,16 +81,22 @@ void X11ScreenCapture::seekServer() {
     }
 }
 
+std::uint64_t X11ScreenCapture::windowChanges() const {
+    return windowChanges_ ? windowChanges_() : 0;
+}
+
 Outcome<std::vector<Display>> X11ScreenCapture::displays() {
     keep(std::nullopt);
     if (isWaylandSession() || !hasRoom_() || !guard_->contentMayBeRead())
         return std::vector<Display>();
+    const auto changes = windowChanges();
     const auto before = regions_->withheld();
     if (!before)
         return std::vector<Display>();
     const auto taken = shot();
     const auto after = regions_->withheld();
-    if (!after || !guard_->contentMayBeRead())
+    // What came and went in between has not been judged.
+    if (!after || !guard_->contentMayBeRead() || windowChanges() != changes)
         return std::vector<Display>();
     if (!taken)
         return Failure{taken.description()};

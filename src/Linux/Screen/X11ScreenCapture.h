@@ -9,6 +9,7 @@
 #include "Platform/ScreenCapture.h"
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -25,9 +26,11 @@ namespace mnemora::x11 {
 class X11ScreenCapture final : public ScreenCapture {
   public:
     /// `hasRoom` says whether a picture taken now would be recognised; while it wouldn't, there is
-    /// no display.
+    /// no display. `windowChanges` grows whenever other windows come to the screen, as of the
+    /// last answer of guard and regions; without one nothing is known of such changes.
     X11ScreenCapture(std::shared_ptr<FrontWindowGuard> guard,
-                     std::shared_ptr<WithheldRegions> regions, std::function<bool()> hasRoom);
+                     std::shared_ptr<WithheldRegions> regions, std::function<bool()> hasRoom,
+                     std::function<std::uint64_t()> windowChanges);
 
     /// False in a Wayland session, where the X server's screen reads black without an error, and
     /// when the server couldn't be reached or refused its pixels when last tried. Answers at once;
@@ -57,12 +60,14 @@ class X11ScreenCapture final : public ScreenCapture {
         Image image;
     };
     void seekServer();
+    [[nodiscard]] std::uint64_t windowChanges() const;
     Outcome<Shot> shot();
     void keep(std::optional<Picture> picture);
 
     const std::shared_ptr<FrontWindowGuard> guard_;
     const std::shared_ptr<WithheldRegions> regions_;
     const std::function<bool()> hasRoom_;
+    const std::function<std::uint64_t()> windowChanges_;
     const std::shared_ptr<Server> server_ = std::make_shared<Server>();
     std::mutex mutex_;
     std::optional<Picture> picture_; // guarded by mutex_

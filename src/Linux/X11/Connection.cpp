@@ -135,7 +135,10 @@ int Connection::descriptor() const {
 void Connection::followActiveWindow() {
     const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
     xcb_change_window_attributes(connection_.get(), root_, XCB_CW_EVENT_MASK, &mask);
-    xcb_flush(connection_.get());
+    noticed_ = {atoms_.activeWindow, atoms_.clientList, atoms_.clientStacking,
+                atoms_.currentDesktop};
+    (void)countChanges();
+    changes_ = 0;
 }
 
 bool Connection::takeNotices() {
@@ -147,9 +150,19 @@ bool Connection::takeNotices() {
         changed = changed || notice->atom == atoms_.activeWindow;
         if (notice->atom == atoms_.activeWindow || notice->atom == atoms_.clientList ||
             notice->atom == atoms_.clientStacking || notice->atom == atoms_.currentDesktop)
-            ++changes_;
+            noticed_.insert(notice->atom);
     }
     return changed;
+}
+
+std::uint64_t Connection::countChanges() {
+    for (const Atom name : std::exchange(noticed_, {})) {
+        auto list = property(root_, name, maxClients * sizeof(Window));
+        std::string content = list ? std::move(list->bytes) : std::string();
+        if (std::exchange(windowLists_[name], content) != content)
+            ++changes_;
+    }
+    return changes_;
 }
 
 std::optional<Property> Connection::property(Window window, Atom name, std::size_t maxBytes) {

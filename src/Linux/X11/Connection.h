@@ -10,8 +10,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -57,8 +59,11 @@ class Connection {
     void followActiveWindow();
     /// Takes all waiting notices; true when the active window may have changed.
     bool takeNotices();
-    /// How many of the notices taken so far say that other windows may be on the screen.
-    [[nodiscard]] std::uint64_t changes() const { return changes_; }
+    /// Whether a notice taken so far has still to be looked into by `countChanges`.
+    [[nodiscard]] bool mayHaveChanged() const { return !noticed_.empty(); }
+    /// How often other windows came to the screen so far, by what the notices led to: window
+    /// managers also write anew what is the same.
+    [[nodiscard]] std::uint64_t countChanges();
 
     /// The window with the focus, as the window manager states it, or, without one that does, as
     /// the server's own focus says.
@@ -109,6 +114,8 @@ class Connection {
     std::unique_ptr<xcb_connection_t, Disconnect> connection_;
     Window root_;
     Atoms atoms_{};
+    std::map<Atom, std::string> windowLists_; // what each said when last compared
+    std::set<Atom> noticed_;
     std::uint64_t changes_ = 0;
     bool hasClientIds_ = false;
     bool hasPowerState_ = false;

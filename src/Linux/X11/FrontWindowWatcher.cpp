@@ -109,7 +109,8 @@ bool FrontWindowWatcher::serve() {
 // the end of the reading is known once the reading is.
 void FrontWindowWatcher::countChanges(DisplayState& state) {
     noticed_ = connection_->takeNotices();
-    if (std::exchange(changes_, connection_->changes()) != connection_->changes())
+    const auto changes = connection_->countChanges();
+    if (std::exchange(changes_, changes) != changes)
         changedAt_ = std::chrono::steady_clock::now();
     state.changes = changes_;
     state.changedAt = changedAt_;
@@ -118,7 +119,7 @@ void FrontWindowWatcher::countChanges(DisplayState& state) {
 void FrontWindowWatcher::waitForWork() {
     // Answers may have brought notices along; those leave nothing to read on the socket.
     noticed_ = connection_->takeNotices() || noticed_;
-    if (noticed_ || !connection_->isAlive())
+    if (noticed_ || connection_->mayHaveChanged() || !connection_->isAlive())
         return;
     pollfd sources[] = {{connection_->descriptor(), POLLIN, 0}, {wakeUp_.get(), POLLIN, 0}};
     poll(sources, std::size(sources), -1);
