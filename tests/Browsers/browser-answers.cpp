@@ -5,16 +5,25 @@
 //   run SCRIPT           {"failed": ..., "text": ..., "ms": ...}
 //   main SCRIPT          the same on the main thread
 //   extension IDENTIFIER whether its extension is connected
+//   conceal WORD         pages with the word in their address are never read
 //   guard yes|no         what guards the window in front says from now on; "no" at the start
+// With --raw behind the host program it hands each line, a JSON object, to the extension and prints
+// its answer: for what the program itself never asks.
 #include "Linux/Accessibility/AccessibleWindows.h"
 #include "Linux/Browsers/AccessiblePages.h"
 #include "Linux/Browsers/BrowserScriptHost.h"
+#include "Linux/Browsers/MessageFrames.h"
 #include "Linux/Browsers/PageSocket.h"
+#include "Support/FileDescriptor.h"
 
+#include <array>
 #include <chrono>
 #include <iostream>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <poll.h>
+#include <string_view>
+#include <sys/socket.h>
 #include <thread>
 
 using namespace mnemora;
@@ -27,10 +36,19 @@ struct Desktop : FrontWindowGuard {
     bool guardSaysYes = false;        // guarded by mutex
     std::optional<std::string> front; // guarded by mutex
     std::string withheldWord;         // guarded by mutex
+    std::string concealedWord;        // guarded by mutex
 
     std::optional<std::string> frontmost() {
         const std::lock_guard lock(mutex);
         return front;
+    }
+    bool withholds(const std::string& title) {
+        const std::lock_guard lock(mutex);
+        return !withheldWord.empty() && title.find(withheldWord) != std::string::npos;
+    }
+    bool conceals(const std::string& address) {
+        const std::lock_guard lock(mutex);
+        return !concealedWord.empty() && address.find(concealedWord) != std::string::npos;
     }
     bool contentMayBeRead() override {
         const std::lock_guard lock(mutex);
@@ -72,6 +90,8 @@ Json answerTo(const std::string& line, Desktop& desktop, browsers::BrowserScript
         desktop.guardSaysYes = rest == "yes";
     else if (word == "withhold")
         desktop.withheldWord = rest;
+    else if (word == "conceal")
+        desktop.concealedWord = rest;
     else
         return {{"error", "unknown command"}};
     return Json::object();
@@ -80,22 +100,60 @@ Json answerTo(const std::string& line, Desktop& desktop, browsers::BrowserScript
 browsers::BrowserScriptHostOptions optionsFor(const std::shared_ptr<Desktop>& desktop,
                                               const char* hostProgram) {
     const auto frontmost = [desktop] { return desktop->frontmost(); };
+    const auto conceals = [desktop](const std::string& address) {
+        return desktop->conceals(address);
+    };
     return {.socket = browsers::pageSocketPath(),
             .hostProgram = std::filesystem::canonical(hostProgram),
             .frontmostApplication = frontmost,
-            .withholds =
-                [desktop](const std::string&, const std::string& title) {
-                    const std::lock_guard lock(desktop->mutex);
-                    return !desktop->withheldWord.empty() &&
-                           title.find(desktop->withheldWord) != std::string::npos;
-                },
-            .fallback = std::make_shared<browsers::AccessiblePages>(
-                browsers::AccessiblePages::Options{frontmost, desktop})};
+            .withholds = [desktop](const std::string&,
+                                   const std::string& title) { return desktop->withholds(title); },
+            .conceals = conceals,
+            .fallback =
+                std::make_shared<browsers::AccessiblePages>(browsers::AccessiblePages::Options{
+                    .frontmostApplication = frontmost, .guard = desktop, .conceals = conceals})};
+}
+
+/// The first answer to a question, or null when the connection ends.
+Json answerFrom(int socket, browsers::FrameReader& frames) {
+    for (;;) {
+        while (const auto frame = frames.next())
+            if (auto said = Json::parse(*frame); said.contains("id"))
+                return said;
+        std::array<char, 64 << 10> bytes;
+        pollfd polled{.fd = socket, .events = POLLIN, .revents = 0};
+        poll(&polled, 1, -1);
+        const ssize_t count = recv(socket, bytes.data(), bytes.size(), 0);
+        if (count <= 0)
+            return nullptr;
+        frames.append({bytes.data(), static_cast<std::size_t>(count)});
+    }
+}
+
+int relay(const std::filesystem::path& hostProgram) {
+    const auto listening = browsers::PageSocket::listen(browsers::pageSocketPath());
+    if (!listening)
+        return 1;
+    FileDescriptor socket;
+    while (!socket) {
+        pollfd polled{.fd = listening->get(), .events = POLLIN, .revents = 0};
+        poll(&polled, 1, -1);
+        socket = listening->accept(hostProgram);
+    }
+    browsers::FrameReader frames(browsers::longestFromBrowser);
+    for (std::string line; std::getline(std::cin, line);) {
+        if (!writeAll(socket.get(), browsers::framed(line)))
+            return 1;
+        std::cout << answerFrom(socket.get(), frames).dump() << std::endl;
+    }
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 2 && std::string_view(argv[2]) == "--raw")
+        return relay(std::filesystem::canonical(argv[1]));
     // Programs show what is inside their windows only while somebody listens, as the application
     // does for titles.
     const atspi::AccessibleWindows listening;

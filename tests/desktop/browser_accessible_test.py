@@ -60,6 +60,18 @@ class AccessibleTest(unittest.TestCase):
         self.answers.say("front " + CHROME)
         self.assertTrue(self.answers.say("main " + ADDRESS)["failed"])
 
+    def test_reads_no_text_of_concealed_pages_nor_of_the_browsers_own(self):
+        self.answers.wait_for_address(self.address)
+        self.answers.say("conceal /page")
+        self.assertTrue(self.answers.text()["failed"])
+        self.assertEqual(self.answers.address()["text"], self.address)
+        self.answers.say("conceal elsewhere")
+        self.assertFalse(self.answers.text()["failed"])
+        self.browser.bring_to_front(self.browser.open("--new-window"))
+        wait_until(lambda: (self.answers.address()["text"] or "").startswith("chrome://new"),
+                   what="the browser's own page")
+        self.assertTrue(self.answers.text()["failed"])
+
     @unittest.skipUnless(shutil.which("epiphany-browser"), "GNOME Web isn't installed")
     def test_reads_gnome_web_and_of_two_tabs_the_one_in_front(self):
         other = self.pages.add("/other", "Another page", "<p>Of the other tab.</p>")

@@ -142,8 +142,8 @@ class Installation:
 class Answers:
     """The script host in a process of its own."""
 
-    def __init__(self, program, host_program):
-        self.process = subprocess.Popen([program, host_program], stdin=subprocess.PIPE,
+    def __init__(self, program, host_program, *options):
+        self.process = subprocess.Popen([program, host_program, *options], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, text=True)
 
     def begin(self, line):

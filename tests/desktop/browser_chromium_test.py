@@ -3,6 +3,7 @@
 Usage: browser_chromium_test.py HOST_PROGRAM BROWSER_ANSWERS, inside a desktop session whose home
 folder is its own. The browser gets the extension as its user would: from --install.
 """
+import json
 import os
 import signal
 import subprocess
@@ -119,6 +120,13 @@ class ChromiumTest(unittest.TestCase):
         self.assert_refused(self.answers.text())
         self.assertEqual(self.answers.address()["text"], self.long)
 
+    def test_keeps_to_itself_the_text_of_a_concealed_page(self):
+        self.answers.wait_for_address(self.long)
+        self.addCleanup(self.answers.say, "conceal")
+        self.answers.say("conceal /long")
+        self.assert_refused(self.answers.text())
+        self.assertEqual(self.answers.address()["text"], self.long)
+
     def test_has_an_address_but_no_text_where_there_is_no_page(self):
         document = self.pages.add_file("/paper.pdf", "application/pdf", one_page_pdf())
         for start, arguments in (("chrome://new", []), (document, [document])):
@@ -189,6 +197,28 @@ class ChromiumEndsTest(unittest.TestCase):
         self.assertEqual(self.answers.end(), {"failed": True, "text": None, "ms": mock.ANY})
         wait_until(lambda: not self.answers.has_extension(), what="the connection's end")
         self.assertTrue(self.answers.address()["failed"])
+
+    def test_the_extension_itself_gives_no_text_but_that_of_the_window_with_the_focus(self):
+        self.pages.text_of("/page")
+        self.answers.close()
+        raw = self.started(Answers(self.installation.application, self.installation.host_program,
+                                   "--raw"))
+        elsewhere = self.started(TextWindow("Elsewhere", "Another program."))
+        text, behind, address = ({"id": 1, "ask": "text", "focused": True},
+                                 {"id": 2, "ask": "text", "focused": False},
+                                 {"id": 3, "ask": "address", "focused": False})
+        self.browser.bring_to_front(self.browser.windows()[0])
+        wait_until(lambda: "text" in raw.say(json.dumps(text)), what="the text")
+        self.assertEqual(raw.say(json.dumps(text))["text"], "Words.")
+        for question in (behind, {"id": 4, "ask": "cookies", "focused": True}):
+            self.assertIn("refused", raw.say(json.dumps(question)))
+        elsewhere.bring_to_front()
+        wait_until(lambda: "refused" in raw.say(json.dumps(text)), what="the refusal")
+        for question in (text, behind):
+            answer = raw.say(json.dumps(question))
+            self.assertIn("refused", answer)
+            self.assertNotIn("text", answer)
+        self.assertEqual(raw.say(json.dumps(address))["address"], self.address)
 
     def test_the_application_comes_back_and_the_extension_goes_when_removed(self):
         self.answers.close()

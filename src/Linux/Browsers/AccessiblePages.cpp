@@ -182,8 +182,21 @@ class AccessiblePageScript : public Script {
         const auto document = reader.document();
         if (!document)
             return std::nullopt;
-        return script_.question == PageQuestion::address ? reader.address(*document)
-                                                         : reader.text(*document);
+        auto address = reader.address(*document);
+        if (script_.question == PageQuestion::address)
+            return address;
+        if (!address || !hasReadableText(*address))
+            return std::nullopt;
+        auto text = reader.text(*document);
+        // The same object shows another page after a click on a link.
+        return reader.address(*document) == address ? text : std::nullopt;
+    }
+
+    [[nodiscard]] bool hasReadableText(const std::string& address) const {
+        constexpr std::array<std::string_view, 3> readable{"http://", "https://", "file://"};
+        return std::any_of(readable.begin(), readable.end(),
+                           [&](std::string_view scheme) { return address.starts_with(scheme); }) &&
+               !(options_->conceals && options_->conceals(address));
     }
 
     std::shared_ptr<const AccessiblePages::Options> options_;

@@ -119,7 +119,9 @@ constexpr TableRow rows[] = {
      "com.spideroak.encryptr|zoho vault|zohovault|rattic|ripasso|ripasso-gtk|"
      "sticky password|sticky-password|safe-in-cloud|safeincloud|pass-manager|passy|swifty|"
      "com.swiftyapp.swifty|pwclip|kpcli|keyspace|heylogin|kaspersky password manager|"
-     "dev.mufeed.wordbook.passwords|de.leopoldluley.passwords|io.gitlab.persiangolf.passwords"},
+     "dev.mufeed.wordbook.passwords|de.leopoldluley.passwords|io.gitlab.persiangolf.passwords",
+     "passwords.google.com|app.dashlane.com|app.nordpass.com|keepersecurity.com|keepersecurity.eu|"
+     "vault.zoho.com|vault.zoho.eu|online.roboform.com|web.padloc.app|psono.pw|app.enpass.io"},
 
     // Keyrings and their prompts.
     {"com.apple.keychainaccess.keyring", Browser::None,

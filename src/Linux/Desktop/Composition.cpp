@@ -6,13 +6,13 @@
 #include "Linux/Browsers/BrowserScriptHost.h"
 #include "Linux/Browsers/PageSocket.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
-#include "Linux/Desktop/ApplicationTable.h"
 #include "Linux/Desktop/BrandImages.h"
 #include "Linux/Desktop/CardPanels.h"
 #include "Linux/Desktop/DesktopApplication.h"
 #include "Linux/Desktop/DesktopStatusArea.h"
 #include "Linux/Desktop/FocusedWindowTitles.h"
 #include "Linux/Desktop/FrontContentGuard.h"
+#include "Linux/Desktop/PageAddress.h"
 #include "Linux/Desktop/SessionState.h"
 #include "Linux/Desktop/SettingsFile.h"
 #include "Linux/Desktop/SettingsPages.h"
@@ -28,7 +28,6 @@
 #include "Support/UserFolders.h"
 
 #include <QCoreApplication>
-#include <string_view>
 
 #include <chrono>
 #include <filesystem>
@@ -50,24 +49,6 @@ std::filesystem::path hostProgram() {
     return error ? program : resolved;
 }
 
-/// Of an address as browsers give it; empty without one.
-std::string_view hostOf(std::string_view address) {
-    constexpr std::string_view mark = "://";
-    const auto scheme = address.find(mark);
-    if (scheme == std::string_view::npos)
-        return {};
-    address.remove_prefix(scheme + mark.size());
-    address = address.substr(0, address.find_first_of("/?#"));
-    address.remove_prefix(address.rfind('@') + 1); // from npos, too
-    address = address.substr(0, address.find(':'));
-    return address.substr(0, address.find_last_not_of('.') + 1);
-}
-
-bool isConcealedPage(std::string_view address) {
-    const TableRow* row = rowAtHost(hostOf(address));
-    return row != nullptr && isConcealed(*row);
-}
-
 std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspace>& workspace,
                                            const std::shared_ptr<FrontWindowGuard>& guard) {
     const auto frontmost = [workspace]() -> std::optional<std::string> {
@@ -76,9 +57,10 @@ std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspa
     };
     const auto fallback =
         std::make_shared<browsers::AccessiblePages>(browsers::AccessiblePages::Options{
-            .frontmostApplication = frontmost, .guard = guard, .windowChanges = [workspace] {
-                return workspace->windowChanges();
-            }});
+            .frontmostApplication = frontmost,
+            .guard = guard,
+            .windowChanges = [workspace] { return workspace->windowChanges(); },
+            .conceals = isConcealedPage});
     const std::shared_ptr<ScriptHost> host = browsers::BrowserScriptHost::create(
         {.socket = browsers::pageSocketPath(),
          .hostProgram = hostProgram(),
@@ -87,7 +69,7 @@ std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspa
              [](const std::string& bundleIdentifier, const std::string& title) {
                  return Privacy::shouldRedact(bundleIdentifier, title);
              },
-         .conceals = [](const std::string& address) { return isConcealedPage(address); },
+         .conceals = isConcealedPage,
          .fallback = fallback});
     return host ? host : fallback;
 }
