@@ -184,6 +184,32 @@ TEST_F(BrowserScriptHostTest, ASilentBrowserIsAnErrorAndWhatItToldIsForgotten) {
     EXPECT_TRUE(eventually([&] { return !all->has(chrome); })) << "it has to connect anew";
 }
 
+TEST_F(BrowserScriptHostTest, SeveralHungBrowsersKeepTheMainThreadNoLongerThanOne) {
+    const auto scripts = host();
+    front_ = "app.mnemora.Mnemora";
+    FakeExtension first(socket_, chromium, silence);
+    FakeExtension second(socket_, "/opt/microsoft/msedge/msedge", silence);
+    FakeExtension third(socket_, "/opt/brave.com/brave/brave", silence);
+    third.say(state(true, "told:", 1000));
+    const auto script = [&](const std::string& name) {
+        return scripts->compile("tell application \"" + name +
+                                "\" to return URL of active tab of front window");
+    };
+    ASSERT_TRUE(eventually([&] {
+        return scripts->hasExtension(chrome) && scripts->hasExtension("com.microsoft.edgemac") &&
+               scripts->hasExtension("com.brave.Browser");
+    }));
+    // As the setup window asks: for access, then whether it is there.
+    const auto begin = std::chrono::steady_clock::now();
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_TRUE(script("Google Chrome")->execute().failed);
+        EXPECT_TRUE(script("Microsoft Edge")->execute().failed);
+        (void)script("Brave Browser")->execute();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(50));
+    EXPECT_TRUE(eventually([&] { return script("Brave Browser")->execute().text == "told:"; }));
+}
+
 TEST_F(BrowserScriptHostTest, AnswersToQuestionsOfOthersAreDropped) {
     const auto all = connections();
     std::latch asked(1);

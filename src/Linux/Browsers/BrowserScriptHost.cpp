@@ -14,8 +14,11 @@ using std::chrono::milliseconds;
 
 /// The extension gives a page one second, so within this time even a hung page has an answer.
 constexpr milliseconds patience{1500};
-/// Nothing on the main thread waits longer than 50 ms for anybody.
-constexpr milliseconds mainThreadPatience{45};
+/// Nothing on the main thread waits longer than 50 ms for anybody, not for all browsers in a row
+/// either; the rest is left to the display server, which is asked which of them run.
+constexpr milliseconds mainThreadPatience{30};
+/// Questions within this time belong together.
+constexpr milliseconds row{500};
 
 bool onMainThread() {
     return syscall(SYS_gettid) == getpid();
@@ -31,9 +34,46 @@ ScriptResult result(std::optional<std::string> text) {
 
 } // namespace
 
+namespace {
+
+/// What is left of the patience for several questions in a row. Main thread.
+class SharedPatience {
+  public:
+    template <class Ask>
+    auto during(const Ask& ask) {
+        const auto begin = Clock::now();
+        if (begin - begin_ > row) {
+            begin_ = begin;
+            spent_ = Clock::duration(0);
+        }
+        const auto left =
+            std::max(Clock::duration(mainThreadPatience) - spent_, Clock::duration(0));
+        auto answer = ask(std::chrono::duration_cast<milliseconds>(left));
+        spent_ += Clock::now() - begin;
+        return answer;
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point begin_{};
+    Clock::duration spent_{};
+};
+
+} // namespace
+
 struct BrowserScriptHost::Rules {
     BrowserScriptHostOptions options;
     std::unique_ptr<BrowserConnections> connections;
+    mutable SharedPatience mainThread = {};
+
+    [[nodiscard]] std::optional<PageAnswer> ask(const std::string& bundle, PageQuestion question,
+                                                bool focused) const {
+        const auto within = [&](milliseconds bound) {
+            return focused ? connections->askFocused(bundle, question, bound)
+                           : connections->askLastUsed(bundle, bound);
+        };
+        return onMainThread() ? mainThread.during(within) : within(patience);
+    }
 
     [[nodiscard]] bool inFront(const std::string& bundle) const {
         return options.frontmostApplication() == bundle;
@@ -53,21 +93,17 @@ struct BrowserScriptHost::Rules {
 
     [[nodiscard]] ScriptResult address(const std::string& bundle) const {
         const bool front = inFront(bundle);
-        const bool mayWait = !onMainThread();
-        const auto bound = mayWait ? patience : mainThreadPatience;
-        auto answer = front ? connections->askFocused(bundle, PageQuestion::address, bound)
-                            : connections->askLastUsed(bundle, bound);
+        auto answer = ask(bundle, PageQuestion::address, front);
         if (answer) // a refusal has no address
             return result(std::move(answer->address));
-        const auto told = mayWait ? std::nullopt : connections->lastState(bundle, patience);
+        const auto told = onMainThread() ? connections->lastState(bundle, patience) : std::nullopt;
         return told && (told->focused || !front) ? result(told->address) : error();
     }
 
     [[nodiscard]] ScriptResult pageText(const std::string& bundle) const {
         if (!inFront(bundle))
             return error();
-        auto answer = connections->askFocused(bundle, PageQuestion::text,
-                                              onMainThread() ? mainThreadPatience : patience);
+        const auto answer = ask(bundle, PageQuestion::text, true);
         // Looked at again: what came to the front meanwhile may be private.
         if (!answer || !inFront(bundle) ||
             std::any_of(answer->titles.begin(), answer->titles.end(),
@@ -75,7 +111,7 @@ struct BrowserScriptHost::Rules {
             return error();
         if (options.conceals && (!answer->address || options.conceals(*answer->address)))
             return error();
-        return result(std::move(answer->text));
+        return result(answer->text);
     }
 };
 

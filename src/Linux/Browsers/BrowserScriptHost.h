@@ -35,8 +35,9 @@ struct BrowserScriptHostOptions {
 /// error. Where an extension is connected its refusal is final: the window in front is private,
 /// or another profile's that the user kept the extension out of.
 ///
-/// Time bounds: 1.5 seconds; on the process's main thread 45 milliseconds, after which an address
-/// that the browser told before is taken unless the browser hangs.
+/// Time bounds: 1.5 seconds; on the process's main thread 30 milliseconds for all questions within
+/// half a second, after which an address that the browser told before is taken unless the browser
+/// hangs.
 class BrowserScriptHost : public ScriptHost {
   public:
     /// Null when no socket can be opened here (no runtime folder).

@@ -13,8 +13,9 @@ namespace {
 using namespace std::chrono_literals;
 
 // A reading takes about a millisecond; only a grabbed or hung server takes longer, and then the
-// last one is as good as any.
+// last one is as good as any, also for the questions that follow at once.
 constexpr auto mainThreadPatience = 15ms;
+constexpr auto lateness = 500ms;
 // Most focus changes pass through "no active window"; one that lasts longer is meant.
 constexpr auto absenceBound = 500ms;
 
@@ -123,9 +124,19 @@ std::uint64_t X11Workspace::windowChanges() const {
     return watcher_->last().changes;
 }
 
+DisplayState X11Workspace::freshOrLast(Wanted wanted) {
+    const auto now = std::chrono::steady_clock::now();
+    const bool isLate = lateAt_ && now - *lateAt_ < lateness;
+    auto state = watcher_->read(isLate ? 0ms : mainThreadPatience, wanted);
+    if (state)
+        lateAt_.reset();
+    else if (!isLate)
+        lateAt_ = now;
+    return state ? std::move(*state) : watcher_->last();
+}
+
 std::optional<RunningApplication> X11Workspace::frontmostApplication() {
-    const auto state = watcher_->read(mainThreadPatience);
-    return frontOf(state ? *state : watcher_->last());
+    return frontOf(freshOrLast({}));
 }
 
 std::unique_ptr<Observation> X11Workspace::observeActivation(
@@ -163,9 +174,9 @@ void X11Workspace::tell(const RunningApplication& application) {
 
 std::vector<RunningApplication>
 X11Workspace::runningApplications(const std::string& bundleIdentifier) {
-    const auto state = watcher_->read(mainThreadPatience, {.clients = true});
+    const auto state = freshOrLast({.clients = true});
     std::vector<RunningApplication> running;
-    for (const auto& client : (state ? *state : watcher_->last()).clients) {
+    for (const auto& client : state.clients) {
         auto candidate = application(client);
         if (candidate.bundleIdentifier == bundleIdentifier &&
             std::find(running.begin(), running.end(), candidate) == running.end())

@@ -6,6 +6,7 @@
 #include "Platform/MainLoop.h"
 #include "Platform/Workspace.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -19,7 +20,8 @@ class SessionState;
 
 namespace mnemora::x11 {
 
-/// Main thread. Window titles change too often to be worth a notice; they are read when asked for.
+/// Main thread, where a server that is held or hangs costs 15 ms once, not for each question in a
+/// row. Window titles change too often to be worth a notice; they are read when asked for.
 class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Workspace> {
   public:
     /// What opens one of our own settings pages; true when the address was one of them.
@@ -70,6 +72,7 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
     [[nodiscard]] RunningApplication application(const desktop::WindowIdentity& identity) const;
     [[nodiscard]] std::optional<RunningApplication> frontOf(const DisplayState& state) const;
     [[nodiscard]] bool isVisible(const DisplayState& state) const;
+    [[nodiscard]] DisplayState freshOrLast(Wanted wanted);
     void activeWindowChanged();
     void tell(const RunningApplication& application);
 
@@ -81,6 +84,8 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
     std::shared_ptr<Observers> observers_;
     std::optional<RunningApplication> announced_; // the one that observers heard of last
     std::unique_ptr<Timer> absence_;              // runs while no window has the focus
+    std::optional<std::chrono::steady_clock::time_point>
+        lateAt_; // when the server last was too slow
 };
 
 } // namespace mnemora::x11
