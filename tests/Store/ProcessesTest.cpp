@@ -1,71 +1,46 @@
 // Several processes on one file, and processes that are killed while they write.
 
 #include "Store/StoreFixture.h"
-#include "Support/FileDescriptor.h"
+#include "Support/Installation.h"
+#include "fakes/ChildProcess.h"
 
 #include <algorithm>
 #include <array>
-#include <csignal>
-#include <fcntl.h>
 #include <filesystem>
+#include <memory>
 #include <random>
-#include <spawn.h>
+#include <set>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace mnemora::test {
 namespace {
 
-/// The writer program beside this one, with a pipe from its standard output.
+/// The program that stores as fast as it can.
 class Writer {
   public:
-    Writer(const std::string& name, int count) {
-        std::array<int, 2> ends{};
-        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-        output_.reset(ends[0]);
-        const FileDescriptor theirs(ends[1]);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, theirs.get(), STDOUT_FILENO);
-        std::string program =
-            (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "store-writer")
-                .string();
-        std::string label = name;
-        std::string number = std::to_string(count);
-        std::array<char*, 4> arguments = {program.data(), label.data(), number.data(), nullptr};
-        EXPECT_EQ(posix_spawn(&pid_, program.c_str(), &actions, nullptr, arguments.data(), environ),
-                  0);
-        posix_spawn_file_actions_destroy(&actions);
-    }
+    Writer(const std::string& name, int count)
+        : process_({(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "store-writer")
+                        .string(),
+                    name, std::to_string(count)}) {}
 
-    void kill() const { ::kill(pid_, SIGKILL); }
+    void kill() const { process_.kill(); }
 
     /// Waits until it has reported `count` events in all.
     void awaitEvents(long count) {
-        std::array<char, 64> chunk{};
-        while (std::ranges::count(reported_, '\n') < count) {
-            const ssize_t size = read(output_.get(), chunk.data(), chunk.size());
-            ASSERT_GT(size, 0);
-            reported_.append(chunk.data(), static_cast<size_t>(size));
-        }
+        for (; reported_ < count; ++reported_)
+            ASSERT_FALSE(process_.readLine().empty());
     }
-
     /// How many events it reported as stored, and its wait status.
     std::pair<int, int> finish() {
-        std::array<char, 4096> chunk{};
-        for (ssize_t size = 0; (size = read(output_.get(), chunk.data(), chunk.size())) > 0;)
-            reported_.append(chunk.data(), static_cast<size_t>(size));
-        int status = 0;
-        EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
-        return {static_cast<int>(std::ranges::count(reported_, '\n')), status};
+        const std::string rest = process_.finish();
+        reported_ += std::ranges::count(rest, '\n');
+        return {static_cast<int>(reported_), process_.status()};
     }
 
   private:
-    pid_t pid_ = 0;
-    FileDescriptor output_;
-    std::string reported_;
+    ChildProcess process_;
+    long reported_ = 0;
 };
 
 TEST_F(StoreTest, ProcessesHashTheSameContentDifferently) {
@@ -108,6 +83,101 @@ TEST_F(StoreTest, AKilledWriterLosesAtMostTheEventBeingWritten) {
         expectSound();
     }
     EXPECT_GT(before, 50);
+}
+
+/// Two writers and three tool servers on one file. Killed ones are started again, as sessions and
+/// assistants do.
+class CrowdTest : public StoreTest {
+  protected:
+    void killAtRandom(int times) {
+        open(); // a writer may be killed before it has made the file
+        close();
+        for (auto& writer : writers_)
+            start(writer);
+        for (auto& server : servers_)
+            server = startServer();
+        for (int i = 0; i < times && !HasFailure(); ++i) {
+            for (auto& server : servers_)
+                ask(*server);
+            usleep(static_cast<useconds_t>(random_() % 30'000)); // anywhere within their work
+            if (const auto victim = random_() % 5; victim < writers_.size())
+                replace(writers_[victim]);
+            else
+                servers_[victim - writers_.size()] = startServer(); // the former one is killed
+            if (i % 25 == 24)
+                expectSound(); // among the others' work
+        }
+        for (auto& writer : writers_)
+            end(writer);
+        for (const auto& server : servers_)
+            ask(*server);
+        servers_ = {};
+        expectEverythingReported();
+    }
+
+  private:
+    struct NamedWriter {
+        std::string name;
+        std::unique_ptr<Writer> process;
+    };
+
+    void start(NamedWriter& writer) {
+        writer.name = "writer" + std::to_string(++started_);
+        writer.process = std::make_unique<Writer>(writer.name, 100'000);
+    }
+    void end(NamedWriter& writer) {
+        writer.process->kill();
+        const auto [count, status] = writer.process->finish();
+        EXPECT_TRUE(WIFSIGNALED(status)) << "a writer gave up with status " << status;
+        for (int i = 0; i < count; ++i)
+            reported_.push_back(writer.name + " " + std::to_string(i));
+    }
+    void replace(NamedWriter& writer) {
+        end(writer);
+        start(writer);
+    }
+    static std::unique_ptr<ChildProcess> startServer() {
+        return std::make_unique<ChildProcess>(
+            std::vector{(installation::prefix() / "bin/mnemora").string(), std::string("--mcp")},
+            ChildProcess::Errors::dropped);
+    }
+    static void ask(ChildProcess& server) {
+        const std::string request =
+            R"({"id":1,"method":"tools/call","params":{"name":"search_memory",)"
+            R"("arguments":{"query":"words of writer1"}}})";
+        EXPECT_TRUE(server.send(request + "\n"));
+        EXPECT_NE(server.readLine().find(R"("result")"), std::string::npos);
+    }
+    void expectEverythingReported() {
+        open().backfillEmbeddings(); // recovers the log as the next start does
+        close();
+        expectSound();
+        const auto titles = outside("SELECT title FROM events;");
+        const std::set<std::string> stored(titles.begin(), titles.end());
+        EXPECT_EQ(stored.size(), titles.size());
+        EXPECT_GT(reported_.size(), 20U);
+        for (const auto& title : reported_)
+            EXPECT_TRUE(stored.contains(title)) << title << " was reported as stored";
+        EXPECT_EQ(outside("SELECT count(*) FROM embeddings;").front(),
+                  std::to_string(titles.size()));
+        std::printf("%zu events reported\n", reported_.size());
+    }
+
+    std::mt19937 random_{11};
+    int started_ = 0;
+    std::array<NamedWriter, 2> writers_;
+    std::array<std::unique_ptr<ChildProcess>, 3> servers_;
+    std::vector<std::string> reported_;
+};
+
+TEST_F(CrowdTest, LosesNothingWhenAnyOfThemIsKilled) {
+    killAtRandom(10);
+}
+
+class CrowdLongTest : public CrowdTest {};
+
+TEST_F(CrowdLongTest, LosesNothingWhenAnyOfThemIsKilledAgainAndAgain) {
+    killAtRandom(200);
 }
 
 } // namespace

@@ -21,7 +21,7 @@ namespace {
 
 namespace files = std::filesystem;
 
-constexpr std::size_t rows = 200;
+constexpr std::size_t rows = 60;
 
 /// Runs the function in a process of its own; its wait status.
 int inProcess(const std::function<int()>& run) {
