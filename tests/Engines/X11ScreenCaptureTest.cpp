@@ -123,13 +123,13 @@ class X11ScreenCaptureTest : public ::testing::Test {
     std::shared_ptr<ScriptedRegions> regions_ = std::make_shared<ScriptedRegions>();
     bool hasRoom_ = true;
     std::deque<std::uint64_t> changes_{0};
-    X11ScreenCapture capture_{guard_, regions_, [this] { return hasRoom_; },
-                              [this] {
-                                  const auto answer = changes_.front();
-                                  if (changes_.size() > 1)
-                                      changes_.pop_front();
-                                  return answer;
-                              }};
+    X11ScreenCapture capture_{{guard_, regions_, [this] { return hasRoom_; },
+                               [this] {
+                                   const auto answer = changes_.front();
+                                   if (changes_.size() > 1)
+                                       changes_.pop_front();
+                                   return answer;
+                               }}};
 };
 
 std::uint32_t pixelAt(const Image& image, int x, int y) {
@@ -253,16 +253,16 @@ TEST_F(X11ScreenCaptureTest, WaitsForAHungServerOnlySoLong) {
 
 TEST(X11ScreenCaptureWithoutServer, IsNotPermitted) {
     setenv("DISPLAY", ":4711", 1);
-    X11ScreenCapture capture(std::make_shared<ScriptedGuard>(), std::make_shared<ScriptedRegions>(),
-                             [] { return true; }, {});
+    X11ScreenCapture capture({std::make_shared<ScriptedGuard>(),
+                              std::make_shared<ScriptedRegions>(), [] { return true; }});
     EXPECT_FALSE(capture.isPermitted());
     EXPECT_FALSE(capture.displays());
 }
 
 TEST(X11ScreenCaptureWithoutServer, FindsTheServerLaterWithoutKeepingTheCallerWaiting) {
     setenv("DISPLAY", ":4711", 1);
-    X11ScreenCapture capture(std::make_shared<ScriptedGuard>(), std::make_shared<ScriptedRegions>(),
-                             [] { return true; }, {});
+    X11ScreenCapture capture({std::make_shared<ScriptedGuard>(),
+                              std::make_shared<ScriptedRegions>(), [] { return true; }});
     const XServer server;
     const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!capture.isPermitted() && std::chrono::steady_clock::now() < bound)

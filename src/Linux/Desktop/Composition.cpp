@@ -103,14 +103,14 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
         std::make_shared<EngineTextRecognizer>(EngineSettings::ofInstallation());
     services.textRecognizer = recognizer;
     services.screenCapture = std::make_shared<x11::X11ScreenCapture>(
-        guard,
-        std::make_shared<WithheldWindows>(
-            [workspace](std::chrono::milliseconds patience) {
-                return workspace->settledStack(patience);
-            },
-            windows, catalogue),
-        [recognizer] { return recognizer->hasRoom(); },
-        [workspace] { return workspace->windowChanges(); });
+        CaptureChecks{.guard = guard,
+                      .regions = std::make_shared<WithheldWindows>(
+                          [workspace](std::chrono::milliseconds patience) {
+                              return workspace->settledStack(patience);
+                          },
+                          windows, catalogue),
+                      .hasRoom = [recognizer] { return recognizer->hasRoom(); },
+                      .windowChanges = [workspace] { return workspace->windowChanges(); }});
     services.audioInput = std::make_shared<pulse::PulseAudioInput>(mainLoop);
     services.systemAudio = std::make_shared<pulse::PulseSystemAudio>();
     services.speech =
