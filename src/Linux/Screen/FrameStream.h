@@ -1,0 +1,37 @@
+#pragma once
+// Pictures from a screen cast that the desktop granted, one at a time.
+
+#include "Platform/ScreenCapture.h"
+
+#include "Support/FileDescriptor.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace mnemora {
+
+/// An open screen cast that rests between pictures. Any thread, one at a time.
+struct FrameStream {
+    virtual ~FrameStream() = default;
+
+    /// A picture of what is on the screen now. Where nothing has changed since the last one the
+    /// compositor may send none; the last one is given again then. A failure when none comes
+    /// within `patience`.
+    [[nodiscard]] virtual Outcome<Image> picture(std::chrono::milliseconds patience) = 0;
+    /// False once the cast has ended; no picture comes any more.
+    [[nodiscard]] virtual bool isAlive() const = 0;
+};
+
+/// Opens the cast that `remote`, a connection to the media server, offers as `node`; null with the
+/// cause in `reason` where that fails. May take some milliseconds.
+using FrameStreamOpener = std::function<std::shared_ptr<FrameStream>(
+    FileDescriptor remote, std::uint32_t node, std::string& reason)>;
+
+/// PipeWire's, from the module that is opened at the first call; an empty function, with the
+/// cause in `reason`, where PipeWire isn't installed.
+[[nodiscard]] FrameStreamOpener loadFrameStreamOpener(std::string& reason);
+
+} // namespace mnemora
