@@ -11,13 +11,23 @@ namespace {
 /// A reader of our log that has stopped reading must not stop us for long.
 constexpr int patienceMs = 200;
 
+/// How many bytes the control character takes that stands first in the text; 0 for any other one.
+/// Terminals obey U+0080 to U+009F too, C2 80 to C2 9F in UTF-8.
+std::size_t controlLength(std::string_view text) {
+    const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    if (byteAt(0) < 0x20 || byteAt(0) == 0x7f)
+        return 1;
+    return text.size() > 1 && byteAt(0) == 0xc2 && byteAt(1) >= 0x80 && byteAt(1) < 0xa0 ? 2 : 0;
+}
+
 void writeLine(std::string_view prefix, std::string_view message) {
     std::string line;
     line.reserve(prefix.size() + message.size() + 1);
     line += prefix;
-    for (const char c : message) {
-        const auto byte = static_cast<unsigned char>(c);
-        line += byte < 0x20 || byte == 0x7f ? ' ' : c;
+    while (!message.empty()) {
+        const auto control = controlLength(message);
+        line += control > 0 ? ' ' : message.front();
+        message.remove_prefix(control > 0 ? control : 1);
     }
     line += '\n';
     // Nobody is left to tell when standard error itself fails.

@@ -24,10 +24,12 @@ class Observer:
     """Starts the program in the current display; its log is kept in `folder`/observer.log."""
 
     def __init__(self, program, folder):
+        """`program` is its path, or a whole command that starts it."""
+        command = [program] if isinstance(program, (str, os.PathLike)) else program
         self.database = folder / "data" / "Mnemora" / "mnemora.sqlite"
         self.log = folder / "observer.log"
         with open(self.log, "wb") as log:
-            self.process = subprocess.Popen([program], env=environment_for(folder), stderr=log,
+            self.process = subprocess.Popen(command, env=environment_for(folder), stderr=log,
                                             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
 
     def events(self):

@@ -21,13 +21,15 @@ TEST(SealedFileTest, GivesBackWhatWasWrittenForTheSameKeyOnly) {
     const TemporaryFolder folder;
     const auto path = folder.path() / "cache";
     const std::string content(100'001, 'c');
-    const auto mask = umask(0);
-    const bool written = SealedFile::write(path, 7, content);
-    umask(mask);
-    ASSERT_TRUE(written);
-    struct stat info {};
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777U, 0600U);
+    for (const mode_t hostile : {0777, 0}) {
+        const auto mask = umask(hostile);
+        const bool written = SealedFile::write(path, 7, content);
+        umask(mask);
+        ASSERT_TRUE(written);
+        struct stat info {};
+        ASSERT_EQ(stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777U, 0600U);
+    }
 
     const auto file = SealedFile::open(path, 7);
     ASSERT_TRUE(file);

@@ -73,18 +73,19 @@ class SettingsFileTest : public testing::Test {
 };
 
 TEST_F(SettingsFileTest, LastsAndIsPrivate) {
-    umask(0);
-    {
+    for (const mode_t mask : {0777, 0}) {
+        umask(mask);
         SettingsFile file(path);
         file.set("nudge.count", std::int64_t{2});
         file.set("nudge.day", std::string("2026-11-16"));
+        file.set("mask", std::int64_t{mask});
+        struct stat info {};
+        ASSERT_EQ(stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, 0600U);
     }
     const SettingsFile again(path);
     EXPECT_EQ(again.integer("nudge.count"), 2);
     EXPECT_EQ(again.text("nudge.day"), "2026-11-16");
-    struct stat info {};
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0600U);
     const auto begin = std::filesystem::directory_iterator(path.parent_path());
     EXPECT_EQ(std::distance(begin, {}), 1); // no temporary file is left
     EXPECT_EQ(log.text(), "");

@@ -52,8 +52,8 @@ bool writeWhole(const fs::path& path, const std::string& content) {
     unlink(draft.c_str());
     FileDescriptor file(
         ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-    const bool written = file && writeAll(file.get(), content) && fsync(file.get()) == 0 &&
-                         std::rename(draft.c_str(), path.c_str()) == 0;
+    const bool written = file && fchmod(file.get(), 0600) == 0 && writeAll(file.get(), content) &&
+                         fsync(file.get()) == 0 && std::rename(draft.c_str(), path.c_str()) == 0;
     if (!written)
         unlink(draft.c_str());
     return written;

@@ -52,11 +52,13 @@ Reading read(const std::filesystem::path& file, std::string& text) {
 // Not synced to the disk: the main thread waits for none. After a power cut the file is the old
 // one, the new one, or on some file systems empty, and an empty file reads as a damaged one.
 bool replace(const std::filesystem::path& file, const std::string& text) {
-    std::string temporary = file.string() + ".XXXXXX"; // mkostemp makes it 0600
+    std::string temporary = file.string() + ".XXXXXX"; // mkostemp asks for 0600
     const FileDescriptor out(mkostemp(temporary.data(), O_CLOEXEC));
     if (!out)
         return false;
-    if (writeAll(out.get(), text) && std::rename(temporary.c_str(), file.c_str()) == 0)
+    // The umask may have taken some of it.
+    if (fchmod(out.get(), 0600) == 0 && writeAll(out.get(), text) &&
+        std::rename(temporary.c_str(), file.c_str()) == 0)
         return true;
     unlink(temporary.c_str());
     return false;

@@ -31,8 +31,9 @@ Seal sealOf(std::string_view content, std::uint64_t key) {
 bool writeSealed(int fd, std::uint64_t key, std::string_view content) {
     const Seal seal = sealOf(content, key);
     const std::string_view end(reinterpret_cast<const char*>(&seal), sizeof seal);
-    // mkostemp made it 0600, whatever the umask.
-    return writeAll(fd, content) && writeAll(fd, end) && fdatasync(fd) == 0;
+    // The umask may have taken from the 0600 that mkostemp asks for.
+    return fchmod(fd, 0600) == 0 && writeAll(fd, content) && writeAll(fd, end) &&
+           fdatasync(fd) == 0;
 }
 
 } // namespace

@@ -1,0 +1,16 @@
+#include "Linux/Desktop/MenuTexts.h"
+
+#include <gtest/gtest.h>
+
+namespace mnemora::desktop {
+namespace {
+
+TEST(MenuTexts, ShowATitleInOneLineAndItsOwnSigns) {
+    const std::string hostile = "a\nQuit\r\x1B\u009B\u2028\u2029\x7F & _b";
+    EXPECT_EQ(shownTitle(hostile).toStdString(), "a Quit       & _b");
+    EXPECT_EQ(toolkitTitle(hostile).toStdString(), "a Quit       && _b");
+    EXPECT_EQ(busTitle(hostile).toStdString(), "a Quit       & __b");
+}
+
+} // namespace
+} // namespace mnemora::desktop

@@ -1,0 +1,23 @@
+#include "Log.h"
+
+#include "fakes/CapturedStderr.h"
+
+#include <gtest/gtest.h>
+
+namespace mnemora::test {
+namespace {
+
+TEST(Log, WhatIsCapturedForgesNoLineAndCommandsNoTerminal) {
+    const CapturedStderr output;
+    logInfo("a\n[mnemora][error] forged\r\x1B[2Jb\tc\x7F");
+    logError("\u009B31mred\u0085 caf\u00E9 \u00A0\u6F22");
+    logInfo("\xC2");
+    logInfo("");
+    EXPECT_EQ(output.text(), "[mnemora] a [mnemora][error] forged  [2Jb c \n"
+                             "[mnemora][error]  31mred  caf\u00E9 \u00A0\u6F22\n"
+                             "[mnemora] \xC2\n"
+                             "[mnemora] \n");
+}
+
+} // namespace
+} // namespace mnemora::test

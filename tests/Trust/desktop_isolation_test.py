@@ -1,0 +1,71 @@
+"""What the desktop process and the engines below it ask of the system while they observe: no
+internet socket, no program but the engines; and the modes of everything that they make, under a
+umask that gives everything away.
+
+Usage: desktop_isolation_test.py PROGRAM, inside a desktop session.
+"""
+import os
+import pathlib
+import stat
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+import traced
+from observer import Observer
+from windows import TextWindow, wait_until
+
+PROGRAM = pathlib.Path(sys.argv[1]).resolve()
+ENGINES = PROGRAM.parents[1] / "libexec/mnemora/mnemora-engines"
+PATIENCE = 90  # a tick and the reading of a full screen, traced, on a busy machine
+
+
+class DesktopIsolationTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="mnemora-trust.")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        former = os.umask(0)
+        self.addCleanup(os.umask, former)
+
+    def observe(self, command):
+        """Runs the program until text of the screen was stored; the modes of what it made."""
+        window = TextWindow("Ordinary window", "Legible words on the screen")
+        self.addCleanup(window.close)
+        window.bring_to_front()
+        observer = Observer(command, self.folder)
+        try:
+            observer.wait_for(lambda event: event["body"], "an event with text", PATIENCE)
+            modes = self.modes()
+        finally:
+            status = observer.stop()
+        self.assertEqual(status, 0, observer.log.read_text())
+        return modes
+
+    def modes(self):
+        runtime = pathlib.Path(os.environ["XDG_RUNTIME_DIR"]) / "mnemora"
+        wait_until(lambda: (runtime / "pages.sock").exists(), what="the browsers' socket")
+        made = [runtime, *runtime.rglob("*")]
+        for name in ("data", "config", "cache"):
+            made += (self.folder / name).rglob("*")
+        return {path: path.lstat().st_mode for path in made}
+
+    def test_opens_no_internet_socket_and_makes_nothing_that_others_can_read(self):
+        traced.require_tracing()
+        path = self.folder / "trace"
+        modes = self.observe(traced.strace(path, "%network,execve") + [str(PROGRAM)])
+        names = {made.name for made in modes}
+        self.assertLessEqual({"mnemora.sqlite", "mnemora.sqlite-wal", "mnemora.sqlite-shm",
+                              "pages.sock"}, names)
+        for made, mode in modes.items():
+            wanted = 0o700 if stat.S_ISDIR(mode) else 0o600
+            self.assertEqual(oct(stat.S_IMODE(mode)), oct(wanted), made)
+        trace = traced.Trace(path)
+        self.assertIn(str(ENGINES), trace.programs())
+        self.assertEqual(set(trace.programs()), {str(PROGRAM), str(ENGINES)})
+        self.assertEqual(trace.socket_families(), {"AF_UNIX"})
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
