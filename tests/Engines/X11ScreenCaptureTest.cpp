@@ -5,18 +5,25 @@
 #include "Support/FileDescriptor.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
+#include <set>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 #include <xcb/xcb.h>
 
 extern char** environ;
@@ -24,29 +31,39 @@ extern char** environ;
 namespace mnemora::x11 {
 namespace {
 
-/// Xvfb on a free display, which DISPLAY names while it runs.
+/// An X server on a free display, which DISPLAY names while it runs.
 class XServer {
   public:
-    XServer() {
+    explicit XServer(const std::vector<std::string>& command = {"Xvfb", "-screen", "0",
+                                                                "320x200x24"}) {
         std::array<int, 2> ends{};
         if (pipe(ends.data()) != 0)
             return;
         FileDescriptor reading(ends[0]);
         FileDescriptor writing(ends[1]);
-        std::array<std::string, 9> words{"Xvfb",      "-displayfd", std::to_string(writing.get()),
-                                         "-screen",   "0",          "320x200x24",
-                                         "-nolisten", "tcp",        "-noreset"};
+        auto words = command;
+        for (const auto& word :
+             {std::string("-displayfd"), std::to_string(writing.get()), std::string("-nolisten"),
+              std::string("tcp"), std::string("-noreset")})
+            words.push_back(word);
         std::vector<char*> arguments;
         for (auto& word : words)
             arguments.push_back(word.data());
         arguments.push_back(nullptr);
-        if (posix_spawnp(&pid_, "Xvfb", nullptr, nullptr, arguments.data(), environ) != 0)
+        posix_spawn_file_actions_t quiet;
+        posix_spawn_file_actions_init(&quiet);
+        posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        const int failed =
+            posix_spawnp(&pid_, arguments[0], &quiet, nullptr, arguments.data(), environ);
+        posix_spawn_file_actions_destroy(&quiet);
+        if (failed != 0)
             return;
         writing.reset();
         // The number may come in pieces; a line feed ends it.
         std::string display;
         for (char digit = 0; read(reading.get(), &digit, 1) == 1 && digit != '\n';)
             display += digit;
+        isThere_ = !display.empty();
         setenv("DISPLAY", (":" + display).c_str(), 1);
         unsetenv("WAYLAND_DISPLAY");
         unsetenv("XDG_SESSION_TYPE");
@@ -54,14 +71,19 @@ class XServer {
     XServer(const XServer&) = delete;
     XServer& operator=(const XServer&) = delete;
     ~XServer() {
+        if (pid_ < 0)
+            return;
         signal(SIGCONT);
         signal(SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
     void signal(int number) const { kill(pid_, number); }
+    /// False when the program isn't installed or didn't start.
+    [[nodiscard]] bool isThere() const { return isThere_; }
 
   private:
     pid_t pid_ = -1;
+    bool isThere_ = false;
 };
 
 /// Paints the root window.
@@ -249,6 +271,116 @@ TEST_F(X11ScreenCaptureTest, WaitsForAHungServerOnlySoLong) {
     const auto displays = capture_.displays();
     ASSERT_TRUE(displays) << "it works again once the server does";
     EXPECT_TRUE(capture_.image(displays->front(), 320, 200));
+}
+
+/// The driver without a card has what Xvfb lacks: outputs that can be set and switched off.
+constexpr auto outputs = R"(
+Section "Device"
+  Identifier "card"
+  Driver "dummy"
+  VideoRam 256000
+EndSection
+Section "Monitor"
+  Identifier "monitor"
+  HorizSync 5-1000
+  VertRefresh 5-200
+EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "card"
+  Monitor "monitor"
+  DefaultDepth 24
+  SubSection "Display"
+    Depth 24
+    Virtual 7680 4320
+    Modes "1280x800"
+  EndSubSection
+EndSection
+Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "AllowMouseOpenFail" "true"
+EndSection
+)";
+
+class OutputsTest : public ::testing::Test {
+  protected:
+    static std::vector<std::string> command() {
+        std::ofstream("outputs.conf") << outputs; // a user's own may only be named without a path
+        return {"Xorg",      "-config",     "outputs.conf", "-logfile",
+                "/dev/null", "-novtswitch", "-sharevts"};
+    }
+    ~OutputsTest() override { std::remove(command()[2].c_str()); }
+    void SetUp() override {
+        if (!server_.isThere())
+            GTEST_SKIP() << "no Xorg with the dummy driver";
+    }
+    static void set(const std::string& arguments) {
+        ASSERT_EQ(std::system(("xrandr >/dev/null " + arguments).c_str()), 0) << arguments;
+    }
+    static void add(const std::string& name, int width, int height) {
+        const auto side = [](int first) {
+            return " " + std::to_string(first) + " " + std::to_string(first + 1) + " " +
+                   std::to_string(first + 2) + " " + std::to_string(first + 3);
+        };
+        set("--newmode " + name + " 100" + side(width) + side(height));
+        set("--addmode DUMMY0 " + name);
+    }
+    /// Width and height of the picture, 0 where there is none.
+    std::pair<int, int> pictured() {
+        const auto displays = capture_.displays();
+        if (!displays || displays->empty())
+            return {};
+        const auto& display = displays->front();
+        const auto image = capture_.image(display, display.width, display.height);
+        return image ? std::pair(image->width, image->height) : std::pair(0, 0);
+    }
+
+    XServer server_{command()};
+    X11ScreenCapture capture_{std::make_shared<ScriptedGuard>(),
+                              std::make_shared<ScriptedRegions>(),
+                              [] { return true; },
+                              {}};
+};
+
+TEST_F(OutputsTest, ArePicturedAtTheSizeThatTheyHaveNow) {
+    EXPECT_EQ(pictured(), std::pair(1280, 800));
+    add("tall", 800, 1280);
+    set("--output DUMMY0 --mode tall");
+    EXPECT_EQ(pictured(), std::pair(800, 1280));
+    add("huge", 7680, 4320);
+    set("--output DUMMY0 --mode huge");
+    EXPECT_EQ(pictured(), std::pair(7680, 4320));
+    // The name's asterisk makes a monitor the primary one (xrandr(1)).
+    set("--setmonitor right 640/100x4320/100+7040+0 none");
+    set("--setmonitor '*left' 7040/100x4320/100+0+0 DUMMY0");
+    EXPECT_EQ(pictured(), std::pair(7040, 4320)) << "of two monitors the primary one";
+}
+
+TEST_F(OutputsTest, AreNoDisplayWhileOffAndComeBack) {
+    set("--output DUMMY0 --off");
+    const auto none = capture_.displays();
+    ASSERT_TRUE(none) << "which is no failure";
+    EXPECT_TRUE(none->empty());
+    set("--output DUMMY0 --mode 1280x800");
+    EXPECT_EQ(pictured(), std::pair(1280, 800));
+}
+
+TEST_F(OutputsTest, MayBeUnpluggedWhileTheyArePictured) {
+    std::atomic<bool> isOver = false;
+    std::thread hand([&] {
+        for (int round = 0; round < 20; ++round)
+            for (const char* change : {"--off", "--mode 800x600", "--mode 1280x800"})
+                set(std::string("--output DUMMY0 ") + change);
+        isOver = true;
+    });
+    const std::set<std::pair<int, int>> possible{{0, 0}, {800, 600}, {1280, 800}};
+    std::set<std::pair<int, int>> seen;
+    while (!isOver)
+        seen.insert(pictured());
+    hand.join();
+    for (const auto& [width, height] : seen)
+        EXPECT_TRUE(possible.contains({width, height})) << width << " x " << height;
+    EXPECT_EQ(pictured(), std::pair(1280, 800));
 }
 
 TEST(X11ScreenCaptureWithoutServer, IsNotPermitted) {
