@@ -1,6 +1,7 @@
 #include "desktop/DesktopSession.h"
 
 #include "Linux/Desktop/WithheldWindows.h"
+#include "Linux/X11/FrontWindowWatcher.h"
 
 #include <gtest/gtest.h>
 

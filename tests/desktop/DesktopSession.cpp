@@ -1,5 +1,7 @@
 #include "desktop/DesktopSession.h"
 
+#include "Linux/X11/FrontWindowWatcher.h"
+
 #include <cstring>
 #include <fcntl.h>
 #include <spawn.h>
@@ -120,7 +122,9 @@ DesktopSession::DesktopSession()
     : catalogue(std::make_shared<const ApplicationCatalogue>(
           std::make_shared<const DesktopEntries>(*listener))),
       session(std::make_shared<const SessionState>(*listener)),
-      workspace(x11::X11Workspace::create(mainLoop, catalogue, session, nullptr)) {
+      workspace(DesktopWorkspace::create(mainLoop, catalogue, session, [](auto changed) {
+          return x11::FrontWindowWatcher::start(std::move(changed));
+      })) {
     if (!workspace)
         return;
     titles = std::make_unique<FocusedWindowTitles>(windows, catalogue,

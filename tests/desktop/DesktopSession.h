@@ -4,11 +4,12 @@
 
 #include "Linux/Accessibility/AccessibleWindows.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
+#include "Linux/Desktop/DesktopWorkspace.h"
 #include "Linux/Desktop/FocusedWindowTitles.h"
 #include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/QtMainLoop.h"
 #include "Linux/Desktop/SessionState.h"
-#include "Linux/X11/X11Workspace.h"
+#include "Linux/X11/Connection.h"
 
 #include <QCoreApplication>
 
@@ -102,7 +103,7 @@ class DesktopSession {
         std::make_shared<atspi::AccessibleWindows>();
     std::shared_ptr<const ApplicationCatalogue> catalogue;
     std::shared_ptr<const SessionState> session;
-    std::shared_ptr<x11::X11Workspace> workspace;
+    std::shared_ptr<DesktopWorkspace> workspace;
     std::unique_ptr<FocusedWindowTitles> titles;
     std::unique_ptr<FrontContentGuard> guard;
 };

@@ -10,6 +10,7 @@
 #include "Linux/Desktop/CardPanels.h"
 #include "Linux/Desktop/DesktopApplication.h"
 #include "Linux/Desktop/DesktopStatusArea.h"
+#include "Linux/Desktop/DesktopWorkspace.h"
 #include "Linux/Desktop/FocusedWindowTitles.h"
 #include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/PageAddress.h"
@@ -22,7 +23,7 @@
 #include "Linux/Screen/X11ScreenCapture.h"
 #include "Linux/Sound/PulseAudioInput.h"
 #include "Linux/Sound/PulseSystemAudio.h"
-#include "Linux/X11/X11Workspace.h"
+#include "Linux/X11/FrontWindowWatcher.h"
 #include "Platform/DesktopServices.h"
 #include "Support/Installation.h"
 #include "Support/UserFolders.h"
@@ -49,7 +50,7 @@ std::filesystem::path hostProgram() {
     return error ? program : resolved;
 }
 
-std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<x11::X11Workspace>& workspace,
+std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<DesktopWorkspace>& workspace,
                                            const std::shared_ptr<FrontWindowGuard>& guard) {
     const auto frontmost = [workspace]() -> std::optional<std::string> {
         const auto front = workspace->lastFrontmostApplication();
@@ -82,7 +83,10 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     const auto entries = std::make_shared<DesktopEntries>(listener);
     const auto catalogue = std::make_shared<const ApplicationCatalogue>(entries);
     const auto session = std::make_shared<const SessionState>(listener);
-    const auto workspace = x11::X11Workspace::create(mainLoop, catalogue, session, &reason);
+    const auto workspace =
+        DesktopWorkspace::create(mainLoop, catalogue, session, [&](auto changed) {
+            return x11::FrontWindowWatcher::start(std::move(changed), &reason);
+        });
     if (!workspace)
         return false;
     workspace->setSettingsOpener(

@@ -9,7 +9,9 @@
 
 namespace mnemora::x11 {
 
+using desktop::DisplayState;
 using desktop::FrontWindow;
+using desktop::Wanted;
 using desktop::WindowIdentity;
 
 std::unique_ptr<FrontWindowWatcher> FrontWindowWatcher::start(std::function<void()> changed,

@@ -1,4 +1,4 @@
-#include "Linux/X11/X11Workspace.h"
+#include "Linux/Desktop/DesktopWorkspace.h"
 
 #include "Linux/Desktop/AddressOpener.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace mnemora::x11 {
+namespace mnemora::desktop {
 namespace {
 
 using namespace std::chrono_literals;
@@ -23,7 +23,7 @@ constexpr std::string_view settingsScheme = "x-apple.systempreferences:";
 
 } // namespace
 
-struct X11Workspace::Observers {
+struct DesktopWorkspace::Observers {
     using Callback = std::function<void(const std::optional<RunningApplication>&)>;
     std::vector<std::shared_ptr<Callback>> callbacks;
 };
@@ -44,115 +44,112 @@ struct Registration : Observation {
 
 } // namespace
 
-std::shared_ptr<X11Workspace>
-X11Workspace::create(std::shared_ptr<MainLoop> mainLoop,
-                     std::shared_ptr<const desktop::ApplicationCatalogue> catalogue,
-                     std::shared_ptr<const desktop::SessionState> session, std::string* reason) {
-    std::shared_ptr<X11Workspace> workspace(
-        new X11Workspace(mainLoop, std::move(catalogue), std::move(session)));
-    workspace->watcher_ = FrontWindowWatcher::start(
-        [mainLoop, weak = std::weak_ptr(workspace)] {
-            mainLoop->post([weak] {
-                if (const auto self = weak.lock())
-                    self->activeWindowChanged();
-            });
-        },
-        reason);
-    return workspace->watcher_ ? workspace : nullptr;
+std::shared_ptr<DesktopWorkspace>
+DesktopWorkspace::create(std::shared_ptr<MainLoop> mainLoop,
+                         std::shared_ptr<const ApplicationCatalogue> catalogue,
+                         std::shared_ptr<const SessionState> session, const StartSource& start) {
+    std::shared_ptr<DesktopWorkspace> workspace(
+        new DesktopWorkspace(mainLoop, std::move(catalogue), std::move(session)));
+    workspace->source_ = start([mainLoop, weak = std::weak_ptr(workspace)] {
+        mainLoop->post([weak] {
+            if (const auto self = weak.lock())
+                self->activeWindowChanged();
+        });
+    });
+    return workspace->source_ ? workspace : nullptr;
 }
 
-X11Workspace::X11Workspace(std::shared_ptr<MainLoop> mainLoop,
-                           std::shared_ptr<const desktop::ApplicationCatalogue> catalogue,
-                           std::shared_ptr<const desktop::SessionState> session)
+DesktopWorkspace::DesktopWorkspace(std::shared_ptr<MainLoop> mainLoop,
+                                   std::shared_ptr<const ApplicationCatalogue> catalogue,
+                                   std::shared_ptr<const SessionState> session)
     : mainLoop_(std::move(mainLoop)), catalogue_(std::move(catalogue)),
       session_(std::move(session)), observers_(std::make_shared<Observers>()) {}
 
-X11Workspace::~X11Workspace() = default;
+DesktopWorkspace::~DesktopWorkspace() = default;
 
-RunningApplication X11Workspace::application(const desktop::WindowIdentity& identity) const {
+RunningApplication DesktopWorkspace::application(const WindowIdentity& identity) const {
     const auto known = catalogue_->application(identity);
     return {known.bundleIdentifier, known.name, identity.process.processIdentifier};
 }
 
-bool X11Workspace::isVisible(const DisplayState& state) const {
+bool DesktopWorkspace::isVisible(const DisplayState& state) const {
     return !state.isCovered && (!session_ || session_->isInFront());
 }
 
-std::optional<RunningApplication> X11Workspace::frontOf(const DisplayState& state) const {
+std::optional<RunningApplication> DesktopWorkspace::frontOf(const DisplayState& state) const {
     if (!state.front || !isVisible(state))
         return std::nullopt;
     return application(state.front->identity);
 }
 
-std::optional<RunningApplication> X11Workspace::lastFrontmostApplication() const {
-    return frontOf(watcher_->last());
+std::optional<RunningApplication> DesktopWorkspace::lastFrontmostApplication() const {
+    return frontOf(source_->last());
 }
 
-std::optional<desktop::FrontWindow> X11Workspace::lastFrontWindow() const {
-    return watcher_->last().front;
+std::optional<FrontWindow> DesktopWorkspace::lastFrontWindow() const {
+    return source_->last().front;
 }
 
-std::optional<desktop::FrontWindow>
-X11Workspace::freshFrontWindow(std::chrono::milliseconds patience) const {
-    auto state = watcher_->read(patience);
+std::optional<FrontWindow>
+DesktopWorkspace::freshFrontWindow(std::chrono::milliseconds patience) const {
+    auto state = source_->read(patience);
     if (!state || !isVisible(*state))
         return std::nullopt;
     return std::move(state->front);
 }
 
-std::optional<desktop::WindowStack>
-X11Workspace::freshStack(std::chrono::milliseconds patience) const {
-    auto state = watcher_->read(patience, {.stack = true});
+std::optional<WindowStack> DesktopWorkspace::freshStack(std::chrono::milliseconds patience) const {
+    auto state = source_->read(patience, {.stack = true});
     if (!state || !isVisible(*state))
         return std::nullopt;
     return std::move(state->stack);
 }
 
-std::optional<desktop::WindowStack>
-X11Workspace::settledStack(std::chrono::milliseconds patience) const {
+std::optional<WindowStack>
+DesktopWorkspace::settledStack(std::chrono::milliseconds patience) const {
     // A busy program takes some tenths of a second to paint what was uncovered, and compositors
     // fade windows out for as long.
     constexpr auto settling = std::chrono::milliseconds(400);
-    auto state = watcher_->read(patience, {.stack = true});
+    auto state = source_->read(patience, {.stack = true});
     if (!state || !isVisible(*state) ||
         std::chrono::steady_clock::now() - state->changedAt < settling)
         return std::nullopt;
     return std::move(state->stack);
 }
 
-std::uint64_t X11Workspace::windowChanges() const {
-    return watcher_->last().changes;
+std::uint64_t DesktopWorkspace::windowChanges() const {
+    return source_->last().changes;
 }
 
-DisplayState X11Workspace::freshOrLast(Wanted wanted) {
+DisplayState DesktopWorkspace::freshOrLast(Wanted wanted) {
     const auto now = std::chrono::steady_clock::now();
     const bool isLate = lateAt_ && now - *lateAt_ < lateness;
-    auto state = watcher_->read(isLate ? 0ms : mainThreadPatience, wanted);
+    auto state = source_->read(isLate ? 0ms : mainThreadPatience, wanted);
     if (state)
         lateAt_.reset();
     else if (!isLate)
         lateAt_ = now;
-    return state ? std::move(*state) : watcher_->last();
+    return state ? std::move(*state) : source_->last();
 }
 
-std::optional<RunningApplication> X11Workspace::frontmostApplication() {
+std::optional<RunningApplication> DesktopWorkspace::frontmostApplication() {
     return frontOf(freshOrLast({}));
 }
 
-std::unique_ptr<Observation> X11Workspace::observeActivation(
+std::unique_ptr<Observation> DesktopWorkspace::observeActivation(
     std::function<void(const std::optional<RunningApplication>&)> activated) {
     auto callback = std::make_shared<Observers::Callback>(std::move(activated));
     auto registration = std::make_unique<Registration<Observers>>();
     registration->observers = observers_;
     registration->callback = callback;
     if (observers_->callbacks.empty())
-        announced_ = frontOf(watcher_->last());
+        announced_ = frontOf(source_->last());
     observers_->callbacks.push_back(std::move(callback));
     return registration;
 }
 
-void X11Workspace::activeWindowChanged() {
-    const auto front = frontOf(watcher_->last());
+void DesktopWorkspace::activeWindowChanged() {
+    const auto front = frontOf(source_->last());
     if (front) {
         absence_.reset();
         if (announced_ != front)
@@ -165,7 +162,7 @@ void X11Workspace::activeWindowChanged() {
     }
 }
 
-void X11Workspace::tell(const RunningApplication& application) {
+void DesktopWorkspace::tell(const RunningApplication& application) {
     announced_ = application;
     const auto callbacks = observers_->callbacks; // one of them may end its registration
     for (const auto& callback : callbacks)
@@ -173,7 +170,7 @@ void X11Workspace::tell(const RunningApplication& application) {
 }
 
 std::vector<RunningApplication>
-X11Workspace::runningApplications(const std::string& bundleIdentifier) {
+DesktopWorkspace::runningApplications(const std::string& bundleIdentifier) {
     const auto state = freshOrLast({.clients = true});
     std::vector<RunningApplication> running;
     for (const auto& client : state.clients) {
@@ -185,10 +182,10 @@ X11Workspace::runningApplications(const std::string& bundleIdentifier) {
     return running;
 }
 
-bool X11Workspace::open(const std::string& address) {
+bool DesktopWorkspace::open(const std::string& address) {
     if (address.starts_with(settingsScheme))
         return openSettings_ && openSettings_(address);
-    return desktop::openAddress(address);
+    return openAddress(address);
 }
 
-} // namespace mnemora::x11
+} // namespace mnemora::desktop

@@ -1,8 +1,7 @@
 #pragma once
-// The running applications and the one in front, on an X11 session whose window manager follows
-// EWMH (https://specifications.freedesktop.org/wm-spec/1.5/).
+// The running applications and the one in front, from what this session's source of windows says.
 
-#include "Linux/X11/FrontWindowWatcher.h"
+#include "Linux/Desktop/WindowSource.h"
 #include "Platform/MainLoop.h"
 #include "Platform/Workspace.h"
 
@@ -14,26 +13,27 @@
 #include <vector>
 
 namespace mnemora::desktop {
+
 class ApplicationCatalogue;
 class SessionState;
-} // namespace mnemora::desktop
-
-namespace mnemora::x11 {
 
 /// Main thread, where a server that is held or hangs costs 15 ms once, not for each question in a
 /// row. Window titles change too often to be worth a notice; they are read when asked for.
-class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Workspace> {
+class DesktopWorkspace : public Workspace, public std::enable_shared_from_this<DesktopWorkspace> {
   public:
     /// What opens one of our own settings pages; true when the address was one of them.
     using SettingsOpener = std::function<bool(const std::string& address)>;
 
-    /// Null when there is no display; `reason` then receives why. The session state may be null
-    /// where nobody knows it.
-    [[nodiscard]] static std::shared_ptr<X11Workspace>
+    /// Starts the source; it calls `changed` on any thread whenever another window may be in
+    /// front. Null where there is nothing to read.
+    using StartSource = std::function<std::unique_ptr<WindowSource>(std::function<void()> changed)>;
+
+    /// Null when the source can't be started. The session state may be null where nobody knows it.
+    [[nodiscard]] static std::shared_ptr<DesktopWorkspace>
     create(std::shared_ptr<MainLoop> mainLoop,
-           std::shared_ptr<const desktop::ApplicationCatalogue> catalogue,
-           std::shared_ptr<const desktop::SessionState> session, std::string* reason);
-    ~X11Workspace() override;
+           std::shared_ptr<const ApplicationCatalogue> catalogue,
+           std::shared_ptr<const SessionState> session, const StartSource& start);
+    ~DesktopWorkspace() override;
 
     [[nodiscard]] std::optional<RunningApplication> frontmostApplication() override;
     [[nodiscard]] std::unique_ptr<Observation> observeActivation(
@@ -47,18 +47,16 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
     /// The frontmost application by the last reading, at once. Any thread.
     [[nodiscard]] std::optional<RunningApplication> lastFrontmostApplication() const;
     /// The window in front by the last reading, at once. Any thread.
-    [[nodiscard]] std::optional<desktop::FrontWindow> lastFrontWindow() const;
+    [[nodiscard]] std::optional<FrontWindow> lastFrontWindow() const;
     /// The window in front, read anew; absent also where that takes longer than `patience` and
     /// while nobody can see it. Any thread.
-    [[nodiscard]] std::optional<desktop::FrontWindow>
+    [[nodiscard]] std::optional<FrontWindow>
     freshFrontWindow(std::chrono::milliseconds patience) const;
     /// The windows on the screen, read anew; absent likewise. Any thread.
-    [[nodiscard]] std::optional<desktop::WindowStack>
-    freshStack(std::chrono::milliseconds patience) const;
+    [[nodiscard]] std::optional<WindowStack> freshStack(std::chrono::milliseconds patience) const;
     /// The same, once what the screen shows is those windows: absent shortly after a change, when
     /// programs haven't yet painted over the ones that went away. Any thread.
-    [[nodiscard]] std::optional<desktop::WindowStack>
-    settledStack(std::chrono::milliseconds patience) const;
+    [[nodiscard]] std::optional<WindowStack> settledStack(std::chrono::milliseconds patience) const;
     /// A number that grows whenever another window may have come to the front, appeared or gone,
     /// as of the last reading. Any thread.
     [[nodiscard]] std::uint64_t windowChanges() const;
@@ -66,10 +64,10 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
   private:
     struct Observers;
 
-    X11Workspace(std::shared_ptr<MainLoop> mainLoop,
-                 std::shared_ptr<const desktop::ApplicationCatalogue> catalogue,
-                 std::shared_ptr<const desktop::SessionState> session);
-    [[nodiscard]] RunningApplication application(const desktop::WindowIdentity& identity) const;
+    DesktopWorkspace(std::shared_ptr<MainLoop> mainLoop,
+                     std::shared_ptr<const ApplicationCatalogue> catalogue,
+                     std::shared_ptr<const SessionState> session);
+    [[nodiscard]] RunningApplication application(const WindowIdentity& identity) const;
     [[nodiscard]] std::optional<RunningApplication> frontOf(const DisplayState& state) const;
     [[nodiscard]] bool isVisible(const DisplayState& state) const;
     [[nodiscard]] DisplayState freshOrLast(Wanted wanted);
@@ -77,9 +75,9 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
     void tell(const RunningApplication& application);
 
     std::shared_ptr<MainLoop> mainLoop_;
-    std::shared_ptr<const desktop::ApplicationCatalogue> catalogue_;
-    std::shared_ptr<const desktop::SessionState> session_;
-    std::shared_ptr<FrontWindowWatcher> watcher_;
+    std::shared_ptr<const ApplicationCatalogue> catalogue_;
+    std::shared_ptr<const SessionState> session_;
+    std::shared_ptr<WindowSource> source_;
     SettingsOpener openSettings_;
     std::shared_ptr<Observers> observers_;
     std::optional<RunningApplication> announced_; // the one that observers heard of last
@@ -88,4 +86,4 @@ class X11Workspace : public Workspace, public std::enable_shared_from_this<X11Wo
         lateAt_; // when the server last was too slow
 };
 
-} // namespace mnemora::x11
+} // namespace mnemora::desktop
