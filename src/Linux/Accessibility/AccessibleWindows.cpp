@@ -35,7 +35,9 @@ struct Survey {
 
 /// What is known of a process and who waits for more.
 struct ProcessState {
+    desktop::ProcessFacts facts;
     WindowReading reading;
+    bool isOnBus = false;
     Clock::time_point hungUntil;
     std::uint64_t asked = 0;
     std::uint64_t answered = 0;
@@ -66,13 +68,40 @@ struct AccessibleWindows::Shared {
     bool isKnown = false;                  // guarded by mutex
     bool isAvailable = false;              // guarded by mutex
     std::map<int, ProcessState> processes; // guarded by mutex
+    std::uint64_t allAsked = 0;            // guarded by mutex
+    std::uint64_t allAnswered = 0;         // guarded by mutex
+    std::uint64_t changes = 0;             // guarded by mutex
+    Clock::time_point changedAt;           // guarded by mutex
+    std::function<void()> follower;        // guarded by mutex
 
     void forgetReadings();
+    [[nodiscard]] AccessiblePrograms programs() const; // with `mutex` held
+    void tellChange();
 };
 
 void AccessibleWindows::Shared::forgetReadings() {
-    for (auto& [process, state] : processes)
+    for (auto& [process, state] : processes) {
         state.reading = WindowReading();
+        state.isOnBus = false;
+    }
+}
+
+AccessiblePrograms AccessibleWindows::Shared::programs() const {
+    AccessiblePrograms all{{}, changes, changedAt};
+    for (const auto& [process, state] : processes)
+        if (state.isOnBus)
+            all.programs.push_back({state.facts, state.reading});
+    return all;
+}
+
+void AccessibleWindows::Shared::tellChange() {
+    std::unique_lock lock(mutex);
+    ++changes;
+    changedAt = Clock::now();
+    const auto told = follower;
+    lock.unlock();
+    if (told)
+        told();
 }
 
 /// Lives on the thread; its callbacks run there only, and no more once the thread has ended.
@@ -82,6 +111,8 @@ class AccessibleWindows::Listener {
 
     /// Asks the process and publishes the answer under the ticket.
     void ask(int process, std::uint64_t ticket);
+    /// Asks all programs and publishes under the ticket that all have answered.
+    void askAll(std::uint64_t ticket);
 
   private:
     struct Program {
@@ -93,8 +124,14 @@ class AccessibleWindows::Listener {
     void search(std::function<void()> done);
     void learn(const ObjectName& object, std::function<void()> done);
     [[nodiscard]] std::optional<std::string> serviceOf(int process) const;
-    void survey(const std::string& service, int process, std::uint64_t ticket);
-    void askWindows(const std::vector<ObjectName>& windows, int process, std::uint64_t ticket);
+    /// What is called once a survey has been published.
+    using Done = std::function<void()>;
+    void survey(const std::string& service, int process, std::uint64_t ticket,
+                const Done& done = {});
+    void askWindows(const std::vector<ObjectName>& windows, int process, std::uint64_t ticket,
+                    const Done& done);
+    void surveyAll(const Done& done);
+    [[nodiscard]] bool isHung(int process) const;
     void publish(int process, WindowReading reading, std::uint64_t ticket);
     void setHung(int process, std::uint64_t ticket);
     void forget(const std::string& service);
@@ -108,7 +145,13 @@ class AccessibleWindows::Listener {
 
 AccessibleWindows::Listener::Listener(std::shared_ptr<Shared> shared)
     : shared_(std::move(shared)),
-      bus_({.connected = [this] { search([this] { setAvailable(true); }); },
+      bus_({.connected =
+                [this] {
+                    search([this] {
+                        setAvailable(true);
+                        surveyAll([this] { shared_->tellChange(); });
+                    });
+                },
             .disconnected =
                 [this] {
                     programs_.clear();
@@ -118,7 +161,8 @@ AccessibleWindows::Listener::Listener(std::shared_ptr<Shared> shared)
                 [this](const std::string& service) {
                     learn({service, {}}, [this, service] {
                         if (const auto known = programs_.find(service); known != programs_.end())
-                            survey(service, known->second.process, 0);
+                            survey(service, known->second.process, 0,
+                                   [this] { shared_->tellChange(); });
                     });
                 },
             .left = [this](const std::string& service) { forget(service); }}) {
@@ -152,8 +196,15 @@ void AccessibleWindows::Listener::learn(const ObjectName& object, std::function<
     if (programs_.contains(object.service) || bus_.connection() == nullptr)
         return done();
     bus_.process(object.service, [this, service = object.service, done](int process) {
-        if (process > 0)
+        if (process > 0) {
             programs_[service] = {process, desktop::sandboxInstance(process)};
+            auto facts = desktop::processFacts(process);
+            facts.processIdentifier = process;
+            const std::lock_guard lock(shared_->mutex);
+            ProcessState& state = shared_->processes[process];
+            state.facts = std::move(facts);
+            state.isOnBus = true;
+        }
         done();
     });
 }
@@ -185,30 +236,74 @@ void AccessibleWindows::Listener::ask(int process, std::uint64_t ticket) {
     });
 }
 
-void AccessibleWindows::Listener::survey(const std::string& service, int process,
-                                         std::uint64_t ticket) {
-    constexpr const char* root = "/org/a11y/atspi/accessible/root";
-    if (bus_.connection() == nullptr)
-        return publish(process, WindowReading(), ticket);
-    bus_.children({service, root}, [this, process, ticket](const auto* windows, bool timedOut) {
-        if (windows != nullptr)
-            return askWindows(*windows, process, ticket);
-        if (timedOut)
-            return setHung(process, ticket);
-        publish(process, WindowReading(), ticket);
+bool AccessibleWindows::Listener::isHung(int process) const {
+    const std::lock_guard lock(shared_->mutex);
+    const auto state = shared_->processes.find(process);
+    return state != shared_->processes.end() && Clock::now() < state->second.hungUntil;
+}
+
+void AccessibleWindows::Listener::surveyAll(const Done& done) {
+    const auto left = std::make_shared<std::size_t>(programs_.size() + 1);
+    const auto finish = [left, done] {
+        if (--*left == 0)
+            done();
+    };
+    const auto programs = programs_; // a survey may end at once, and with it a program
+    for (const auto& [service, program] : programs)
+        if (isHung(program.process))
+            finish();
+        else
+            survey(service, program.process, 0, finish);
+    finish();
+}
+
+void AccessibleWindows::Listener::askAll(std::uint64_t ticket) {
+    thread_.invoke([this, ticket] {
+        surveyAll([this, ticket] {
+            const std::lock_guard lock(shared_->mutex);
+            shared_->allAnswered = std::max(shared_->allAnswered, ticket);
+            shared_->changed.notify_all();
+        });
     });
 }
 
+void AccessibleWindows::Listener::survey(const std::string& service, int process,
+                                         std::uint64_t ticket, const Done& done) {
+    constexpr const char* root = "/org/a11y/atspi/accessible/root";
+    const auto end = [done] {
+        if (done)
+            done();
+    };
+    if (bus_.connection() == nullptr) {
+        publish(process, WindowReading(), ticket);
+        return end();
+    }
+    bus_.children({service, root},
+                  [this, process, ticket, end](const auto* windows, bool timedOut) {
+                      if (windows != nullptr)
+                          return askWindows(*windows, process, ticket, end);
+                      if (timedOut)
+                          setHung(process, ticket);
+                      else
+                          publish(process, WindowReading(), ticket);
+                      end();
+                  });
+}
+
 void AccessibleWindows::Listener::askWindows(const std::vector<ObjectName>& windows, int process,
-                                             std::uint64_t ticket) {
-    if (windows.empty() || bus_.connection() == nullptr)
-        return publish(process, WindowReading(), ticket);
+                                             std::uint64_t ticket, const Done& done) {
+    if (windows.empty() || bus_.connection() == nullptr) {
+        publish(process, {.areAllNamesKnown = bus_.connection() != nullptr}, ticket);
+        return done();
+    }
     const auto survey = std::make_shared<Survey>();
     survey->windows.resize(windows.size());
     survey->pending = 2 * windows.size();
-    const auto finish = [this, survey, process, ticket] {
-        if (--survey->pending == 0)
-            publish(process, readingOf(survey->windows), ticket);
+    const auto finish = [this, survey, process, ticket, done] {
+        if (--survey->pending != 0)
+            return;
+        publish(process, readingOf(survey->windows), ticket);
+        done();
     };
     for (std::size_t i = 0; i < windows.size(); ++i) {
         bus_.name(windows[i], [survey, i, finish](const std::string* name) {
@@ -245,11 +340,17 @@ void AccessibleWindows::Listener::forget(const std::string& service) {
     const auto known = programs_.find(service);
     if (known == programs_.end())
         return;
-    const std::lock_guard lock(shared_->mutex);
-    const auto state = shared_->processes.find(known->second.process);
-    if (state != shared_->processes.end() && state->second.asked == state->second.answered)
-        shared_->processes.erase(state);
-    programs_.erase(known);
+    {
+        const std::lock_guard lock(shared_->mutex);
+        const auto state = shared_->processes.find(known->second.process);
+        if (state != shared_->processes.end()) {
+            state->second.isOnBus = false;
+            if (state->second.asked == state->second.answered)
+                shared_->processes.erase(state);
+        }
+        programs_.erase(known);
+    }
+    shared_->tellChange();
 }
 
 AccessibleWindows::AccessibleWindows()
@@ -290,6 +391,31 @@ WindowReading AccessibleWindows::last(int processIdentifier) const {
     const std::lock_guard lock(shared_->mutex);
     const auto found = shared_->processes.find(processIdentifier);
     return found == shared_->processes.end() ? WindowReading() : found->second.reading;
+}
+
+std::optional<AccessiblePrograms> AccessibleWindows::readAll(std::chrono::milliseconds patience) {
+    std::unique_lock lock(shared_->mutex);
+    if (!shared_->isAvailable)
+        return std::nullopt;
+    const std::uint64_t ticket = ++shared_->allAsked;
+    lock.unlock();
+    listener_->askAll(ticket);
+    lock.lock();
+    const bool inTime = shared_->changed.wait_for(
+        lock, patience, [&] { return shared_->allAnswered >= ticket || !shared_->isAvailable; });
+    if (!inTime || !shared_->isAvailable)
+        return std::nullopt;
+    return shared_->programs();
+}
+
+AccessiblePrograms AccessibleWindows::lastOfAll() const {
+    const std::lock_guard lock(shared_->mutex);
+    return shared_->isAvailable ? shared_->programs() : AccessiblePrograms();
+}
+
+void AccessibleWindows::follow(std::function<void()> changed) {
+    const std::lock_guard lock(shared_->mutex);
+    shared_->follower = std::move(changed);
 }
 
 } // namespace mnemora::atspi

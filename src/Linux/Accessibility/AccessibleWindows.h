@@ -4,7 +4,11 @@
 // it is called. Spoken to by plain asynchronous bus calls on a thread of its own, so that a
 // program that hangs keeps nobody waiting, this thread included.
 
+#include "Linux/Desktop/ProcessFacts.h"
+
 #include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,7 +20,7 @@ namespace mnemora::atspi {
 struct WindowReading {
     /// The active window's accessible name in valid UTF-8; absent when the process has none or it
     /// can't be read.
-    std::optional<std::string> name;
+    std::optional<std::string> name = {};
     /// Exactly one window of the process says that it is active.
     bool isCertain = false;
     /// The names of all its windows that can be read, in no order.
@@ -25,6 +29,23 @@ struct WindowReading {
     bool areAllNamesKnown = false;
 
     bool operator==(const WindowReading&) const = default;
+};
+
+/// A program on the bus.
+struct AccessibleProgram {
+    desktop::ProcessFacts process;
+    WindowReading reading;
+
+    bool operator==(const AccessibleProgram&) const = default;
+};
+
+/// All programs on the bus.
+struct AccessiblePrograms {
+    std::vector<AccessibleProgram> programs = {};
+    /// Grows whenever a window became active or ceased to be, and when a program left.
+    std::uint64_t changes = 0;
+    /// When it was seen to grow last; the clock's beginning before that.
+    std::chrono::steady_clock::time_point changedAt = {};
 };
 
 /// Any thread. The switch for screen readers is never touched.
@@ -46,6 +67,15 @@ class AccessibleWindows {
                                                     std::chrono::milliseconds patience);
     /// What was last heard of the process, at once.
     [[nodiscard]] WindowReading last(int processIdentifier) const;
+    /// Asks all programs anew. Absent when the bus is off or not all answers came within
+    /// `patience`; programs that have been hanging lately aren't waited for and keep what was last
+    /// heard of them.
+    [[nodiscard]] std::optional<AccessiblePrograms> readAll(std::chrono::milliseconds patience);
+    /// What was last heard of all programs, at once; none while the bus is off.
+    [[nodiscard]] AccessiblePrograms lastOfAll() const;
+    /// Calls `changed` on the bus's thread whenever AccessiblePrograms::changes has grown, until
+    /// the object is gone.
+    void follow(std::function<void()> changed);
 
   private:
     struct Shared;

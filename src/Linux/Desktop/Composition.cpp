@@ -23,17 +23,23 @@
 #include "Linux/Screen/X11ScreenCapture.h"
 #include "Linux/Sound/PulseAudioInput.h"
 #include "Linux/Sound/PulseSystemAudio.h"
+#include "Linux/Wayland/Connection.h"
+#include "Linux/Wayland/SessionWindows.h"
 #include "Linux/X11/FrontWindowWatcher.h"
 #include "Platform/DesktopServices.h"
 #include "Support/Installation.h"
 #include "Support/UserFolders.h"
 
-#include <QCoreApplication>
+#include <QGuiApplication>
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <optional>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace mnemora::desktop {
 namespace {
@@ -75,6 +81,17 @@ std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<DesktopWorkspac
     return host ? host : fallback;
 }
 
+/// What this session offers for telling its windows.
+std::unique_ptr<WindowSource>
+windowSource(const std::shared_ptr<atspi::AccessibleWindows>& accessible,
+             const std::shared_ptr<const ApplicationCatalogue>& catalogue,
+             std::function<void()> changed, std::string& reason) {
+    if (!wayland::isWaylandSession())
+        return x11::FrontWindowWatcher::start(std::move(changed), &reason);
+    return std::make_unique<wayland::SessionWindows>(wayland::SessionWindows::Options{
+        .accessible = accessible, .catalogue = catalogue, .changed = std::move(changed)});
+}
+
 } // namespace
 
 bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& listener,
@@ -85,7 +102,7 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     const auto session = std::make_shared<const SessionState>(listener);
     const auto workspace =
         DesktopWorkspace::create(mainLoop, catalogue, session, [&](auto changed) {
-            return x11::FrontWindowWatcher::start(std::move(changed), &reason);
+            return windowSource(windows, catalogue, std::move(changed), reason);
         });
     if (!workspace)
         return false;
@@ -122,8 +139,12 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
     services.application = std::make_shared<DesktopApplication>([] { QCoreApplication::quit(); });
     services.statusArea = std::make_shared<DesktopStatusArea>();
-    services.panels = std::make_shared<CardPanels>(
-        [](int size, const QColor& tint, double scale) { return menuBarImage(size, tint, scale); });
+    // Elsewhere a card would be a window like any other, with the focus.
+    if (QGuiApplication::platformName() == QLatin1String("xcb"))
+        services.panels =
+            std::make_shared<CardPanels>([](int size, const QColor& tint, double scale) {
+                return menuBarImage(size, tint, scale);
+            });
     installDesktopServices(std::move(services));
     // The first thing the sampler says is whether titles can be read.
     (void)windows->waitUntilKnown(patienceAtStart);

@@ -4,7 +4,7 @@
 #include "Linux/Desktop/Composition.h"
 #include "Linux/Desktop/SingleInstance.h"
 #include "Linux/Desktop/TerminationSignals.h"
-#include "Linux/X11/Connection.h"
+#include "Linux/Desktop/WindowPlatform.h"
 #include "Log.h"
 #include "Meetings/MeetingsWindow.h"
 #include "Onboarding/OnboardingWindow.h"
@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace mnemora::desktop {
 namespace {
@@ -51,13 +52,20 @@ int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop,
 int run(MnemoraStore& store, int argc, char** argv) {
     // Before the toolkit: its own platform plug-in ends the process when there is no display.
     std::string reason;
-    if (!x11::Connection::open(&reason)) {
+    auto platform = windowPlatform(reason);
+    if (!platform) {
         logError("no display: " + reason);
         return 0;
     }
     std::signal(SIGPIPE, SIG_IGN); // a peer that goes away shows as a failed write
-    QApplication application(argc, argv);
+    // By argument: the environment would go on to every program that is started from here.
+    std::string option = "-platform";
+    std::vector<char*> arguments(argv, argv + argc);
+    arguments.insert(arguments.end(), {option.data(), platform->data(), nullptr});
+    int count = argc + 2;
+    QApplication application(count, arguments.data());
     describe(application);
+    explainPlatform(QGuiApplication::platformName().toStdString());
     AppDelegate* delegate = nullptr;
     SingleInstance instance([&] {
         if (delegate != nullptr)

@@ -1,0 +1,83 @@
+#include "Linux/Wayland/SessionWindows.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace mnemora::wayland {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using desktop::DisplayState;
+using desktop::Wanted;
+
+constexpr auto patienceAtStart = 1s;
+
+std::chrono::milliseconds until(Clock::time_point deadline) {
+    return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()));
+}
+
+} // namespace
+
+SessionWindows::SessionWindows(Options options)
+    : options_(std::move(options)), merge_(*options_.catalogue),
+      server_(x11::FrontWindowWatcher::start(options_.changed)),
+      compositor_({.idleAfter = options_.idleAfter, .changed = options_.changed}) {
+    if (options_.changed)
+        options_.accessible->follow(options_.changed);
+    compositor_.waitUntilKnown(patienceAtStart);
+}
+
+SessionWindows::~SessionWindows() {
+    options_.accessible->follow({});
+}
+
+std::optional<DisplayState> SessionWindows::read(std::chrono::milliseconds patience,
+                                                 Wanted wanted) {
+    const auto deadline = Clock::now() + patience;
+    const auto compositor = compositor_.read(patience);
+    if (!compositor)
+        return std::nullopt;
+    // Windows that the compositor lists are looked up in the server's stack by class and title.
+    const bool needsStack = wanted.stack || (wanted.clients && compositor->windows);
+    DisplayState server;
+    if (server_) {
+        auto read =
+            server_->read(until(deadline), {.clients = wanted.clients, .stack = needsStack});
+        if (!read && until(deadline) == 0ms)
+            return std::nullopt; // it may hide what is in front
+        server = read ? *std::move(read) : DisplayState();
+    }
+    if (compositor->windows || !options_.accessible->isAvailable())
+        return merged(*compositor, std::move(server), options_.accessible->lastOfAll(), wanted);
+    auto programs = options_.accessible->readAll(until(deadline));
+    if (!programs)
+        return std::nullopt;
+    return merged(*compositor, std::move(server), *std::move(programs), wanted);
+}
+
+DisplayState SessionWindows::last() const {
+    const auto compositor = compositor_.last();
+    if (!compositor.isConnected)
+        return {};
+    return merged(compositor, server_ ? server_->last() : DisplayState(),
+                  options_.accessible->lastOfAll(), {});
+}
+
+DisplayState SessionWindows::merged(const CompositorState& compositor, DisplayState server,
+                                    atspi::AccessiblePrograms programs, Wanted wanted) const {
+    DisplayState state;
+    state.isCovered = compositor.isAway;
+    state.changes = compositor.changes + server.changes + programs.changes;
+    state.changedAt = std::max({compositor.changedAt, server.changedAt, programs.changedAt});
+    const SessionFacts facts{compositor.windows, std::move(server), std::move(programs.programs)};
+    state.front = merge_.front(facts);
+    if (wanted.clients)
+        state.clients = merge_.clients(facts);
+    // With neither of the two nobody knows which windows there are.
+    if (wanted.stack && (facts.listed || options_.accessible->isAvailable()))
+        state.stack = merge_.stack(facts);
+    return state;
+}
+
+} // namespace mnemora::wayland
