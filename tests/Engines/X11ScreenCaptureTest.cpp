@@ -336,10 +336,8 @@ class OutputsTest : public ::testing::Test {
     }
 
     XServer server_{command()};
-    X11ScreenCapture capture_{std::make_shared<ScriptedGuard>(),
-                              std::make_shared<ScriptedRegions>(),
-                              [] { return true; },
-                              {}};
+    X11ScreenCapture capture_{{std::make_shared<ScriptedGuard>(),
+                               std::make_shared<ScriptedRegions>(), [] { return true; }}};
 };
 
 TEST_F(OutputsTest, ArePicturedAtTheSizeThatTheyHaveNow) {
