@@ -95,7 +95,7 @@ windowSource(const std::shared_ptr<atspi::AccessibleWindows>& accessible,
 } // namespace
 
 bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& listener,
-                     std::string& reason) {
+                     std::function<void()> quit, std::string& reason) {
     const auto windows = std::make_shared<atspi::AccessibleWindows>();
     const auto entries = std::make_shared<DesktopEntries>(listener);
     const auto catalogue = std::make_shared<const ApplicationCatalogue>(entries);
@@ -137,7 +137,7 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     services.speech =
         std::make_shared<EngineSpeechService>(SpeechEngineSettings::ofInstallation(), mainLoop);
     services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
-    services.application = std::make_shared<DesktopApplication>([] { QCoreApplication::quit(); });
+    services.application = std::make_shared<DesktopApplication>(std::move(quit));
     services.statusArea = std::make_shared<DesktopStatusArea>();
     // Elsewhere a card would be a window like any other, with the focus.
     if (QGuiApplication::platformName() == QLatin1String("xcb"))

@@ -4,14 +4,17 @@
 #include "Linux/Desktop/GLibThread.h"
 #include "Linux/Desktop/QtMainLoop.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
 namespace mnemora::desktop {
 
 /// Makes the services of this session and installs them for the process. False, with the cause in
-/// `reason`, without a display. `listener` outlives the services. Main thread.
+/// `reason`, without a display. `listener` outlives the services; `quit` is what ends the program.
+/// Main thread.
 [[nodiscard]] bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop,
-                                   GLibThread& listener, std::string& reason);
+                                   GLibThread& listener, std::function<void()> quit,
+                                   std::string& reason);
 
 } // namespace mnemora::desktop

@@ -29,6 +29,15 @@ constexpr auto patienceAtQuit = 500ms;
 // As long as a program that is just quitting or starting itself anew may need.
 constexpr auto patienceWithFormer = 3s;
 
+bool isLooping = false; // main thread
+
+// The toolkit calls exit() when the X server goes away, as it does at a logout. Threads of ours
+// still run then, so nothing that they use may be taken down; the database survives that.
+void endWithDisplay() {
+    if (isLooping)
+        std::_Exit(0);
+}
+
 void describe(QApplication& application) {
     QApplication::setApplicationName(QStringLiteral("Mnemora"));
     QApplication::setDesktopFileName(QStringLiteral("app.mnemora.Mnemora"));
@@ -44,7 +53,9 @@ int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop,
                 .showOnboarding = [&] { onboarding.show(); }});
     running = &delegate;
     mainLoop->post([&] { delegate.applicationDidFinishLaunching(); });
+    isLooping = std::atexit(endWithDisplay) == 0;
     const int status = QApplication::exec();
+    isLooping = false;
     running = nullptr;
     return status;
 }
@@ -73,15 +84,19 @@ int run(MnemoraStore& store, int argc, char** argv) {
     });
     if (!instance.acquire(patienceWithFormer))
         return 0;
-    const TerminationSignals termination([] { QCoreApplication::quit(); });
+    const auto quit = [&instance] {
+        instance.release(); // a new one may begin while this one still ends
+        QCoreApplication::quit();
+    };
+    const TerminationSignals termination(quit);
     const auto mainLoop = std::make_shared<QtMainLoop>();
     GLibThread listener("desktop-state");
-    if (!installServices(mainLoop, listener, reason)) {
+    if (!installServices(mainLoop, listener, quit, reason)) {
         logError("no display: " + reason);
         return 0;
     }
     const int status = runLoop(store, mainLoop, delegate);
-    instance.release(); // a new one may begin while this one still ends
+    instance.release(); // the toolkit may have ended by itself
     // A job that goes on holds the store and the services: everything has to stay where it is
     // until the process is gone. The database survives that at any moment.
     if (!mainLoop->finish(patienceAtQuit))

@@ -5,20 +5,28 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
 #include <QEventLoop>
 #include <QTimer>
 
+#include <optional>
 #include <utility>
 
 namespace mnemora::desktop {
 namespace {
 
-using namespace std::chrono_literals;
-
 const auto serviceName = QStringLiteral("app.mnemora.Mnemora");
 const auto objectPath = QStringLiteral("/app/mnemora/Mnemora");
-constexpr auto patienceWithOther = 1s;
+
+QDBusMessage activation() {
+    auto call = QDBusMessage::createMethodCall(serviceName, objectPath,
+                                               QStringLiteral("org.freedesktop.Application"),
+                                               QStringLiteral("Activate"));
+    call << QVariantMap();
+    call.setAutoStartService(false);
+    return call;
+}
 
 } // namespace
 
@@ -46,9 +54,7 @@ bool SingleInstance::acquire(std::chrono::milliseconds patience) {
         return true;
     }
     bus.registerObject(objectPath, object_.get(), QDBusConnection::ExportAdaptors);
-    holds_ = takeName() || awaitName(patience);
-    if (!holds_)
-        activateOther();
+    holds_ = takeName() || takeOver(patience);
     return holds_;
 }
 
@@ -59,35 +65,38 @@ bool SingleInstance::takeName() {
     return reply.isValid() && reply.value() == QDBusConnectionInterface::ServiceRegistered;
 }
 
-bool SingleInstance::awaitName(std::chrono::milliseconds patience) {
+bool SingleInstance::takeOver(std::chrono::milliseconds patience) {
     QEventLoop loop;
-    bool taken = false;
-    const auto retry = [&] {
-        taken = taken || takeName();
-        if (taken)
-            loop.quit();
+    std::optional<bool> taken;
+    const auto settle = [&](bool result) {
+        taken = taken.value_or(result);
+        loop.quit();
     };
-    QDBusServiceWatcher watcher(serviceName, QDBusConnection::sessionBus(),
-                                QDBusServiceWatcher::WatchForUnregistration);
+    const auto retry = [&] {
+        if (!taken && takeName())
+            settle(true);
+    };
+    const auto bus = QDBusConnection::sessionBus();
+    const QDBusServiceWatcher watcher(serviceName, bus,
+                                      QDBusServiceWatcher::WatchForUnregistration);
     QObject::connect(&watcher, &QDBusServiceWatcher::serviceUnregistered, &loop, retry);
-    QTimer::singleShot(0, &loop, retry); // it may have gone before anybody watched
+    // One that is quitting gives the name up before anything else, so its loss is heard of before
+    // an answer that it might still give: who answers first stays.
+    const QDBusPendingCallWatcher answer(
+        bus.asyncCall(activation(), static_cast<int>(patience.count())));
+    QObject::connect(&answer, &QDBusPendingCallWatcher::finished, &loop, [&] {
+        if (answer.isError())
+            retry(); // it may have gone before anybody watched
+        else
+            settle(false);
+    });
     QTimer::singleShot(patience, &loop, &QEventLoop::quit);
     loop.exec();
-    return taken;
-}
-
-void SingleInstance::activateOther() {
-    auto call = QDBusMessage::createMethodCall(serviceName, objectPath,
-                                               QStringLiteral("org.freedesktop.Application"),
-                                               QStringLiteral("Activate"));
-    call << QVariantMap();
-    call.setAutoStartService(false);
-    const auto reply = QDBusConnection::sessionBus().call(
-        call, QDBus::Block, static_cast<int>(std::chrono::milliseconds(patienceWithOther).count()));
-    if (reply.type() == QDBusMessage::ReplyMessage)
-        logInfo("Mnemora runs already and shows its menu");
-    else
+    if (!taken)
         logError("Mnemora runs already but doesn't answer");
+    else if (!*taken)
+        logInfo("Mnemora runs already and shows its menu");
+    return taken.value_or(false);
 }
 
 void SingleInstance::release() {

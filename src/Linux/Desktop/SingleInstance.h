@@ -35,17 +35,18 @@ class SingleInstance {
     SingleInstance(const SingleInstance&) = delete;
     SingleInstance& operator=(const SingleInstance&) = delete;
 
-    /// Takes the name; one that is just ending gets `patience` to give it up. False when another
-    /// program keeps it: that one has been asked to show itself, and this one should end. True
-    /// also without a session bus, with an error line: then nothing keeps a second one away.
+    /// Takes the name. Another program that holds it is asked to show itself: false once it has
+    /// answered, and this one should end. One that is just ending gives the name up instead, for
+    /// which it gets `patience`; one that does neither counts as running. True also without a
+    /// session bus, with an error line: then nothing keeps a second one away.
     [[nodiscard]] bool acquire(std::chrono::milliseconds patience);
-    /// Gives the name up, for the next one. More than once does no harm.
+    /// Gives the name up, for the next one: the first thing to do when this one is to end. More
+    /// than once does no harm.
     void release();
 
   private:
     [[nodiscard]] static bool takeName();
-    [[nodiscard]] static bool awaitName(std::chrono::milliseconds patience);
-    static void activateOther();
+    [[nodiscard]] static bool takeOver(std::chrono::milliseconds patience);
 
     std::unique_ptr<QObject> object_;
     bool holds_ = false;

@@ -1,0 +1,94 @@
+"""How the program comes to an end, and starts anew by itself.
+
+Usage: leaving_test.py PROGRAM, inside a desktop session with the accessibility bus.
+"""
+import os
+import pathlib
+import signal
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import unittest.mock
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from accessible_program import AccessibleProgram
+from observer import Observer
+from windows import PATIENCE, wait_until
+
+PROGRAM = pathlib.Path(sys.argv[1]).resolve()
+STARTED = "capture started"
+
+
+def processes_of_program():
+    found = set()
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            if pathlib.Path(f"/proc/{pid}/exe").resolve(strict=True) == PROGRAM:
+                found.add(int(pid))
+        except OSError:
+            continue  # another user's, or just ended
+    return found
+
+
+class LeavingTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def launch(self, **environment):
+        with unittest.mock.patch.dict(os.environ, environment):
+            self.program = Observer(PROGRAM, self.folder)
+        self.addCleanup(self.program.stop)
+        self.wait_for_starts(1)
+
+    def wait_for_starts(self, count):
+        wait_until(lambda: self.program.log.read_text().count(STARTED) >= count,
+                   what=f"{count} starts in the log")
+
+    def expect_sound_memory(self):
+        with sqlite3.connect(self.program.database) as memory:
+            self.assertEqual(memory.execute("PRAGMA integrity_check").fetchone(), ("ok",))
+
+    def test_restarts_when_the_setup_window_is_asked_to(self):
+        before = processes_of_program()
+        # A screen that can't be read is what a restart is offered for.
+        self.launch(XDG_SESSION_TYPE="wayland", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+        AccessibleProgram(self.program.process.pid).click("Restart Mnemora")
+        self.assertEqual(self.program.process.wait(PATIENCE), 0)
+        self.wait_for_starts(2)
+        (successor,) = processes_of_program() - before
+        self.assertNotEqual(os.getsid(successor), os.getsid(0))  # it outlives whoever started us
+        os.kill(successor, signal.SIGTERM)
+        wait_until(lambda: processes_of_program() == before, what="the end of the new one")
+        self.expect_sound_memory()
+
+    def test_every_signal_of_a_logout_ends_it_at_once(self):
+        for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
+            self.launch()
+            began = time.monotonic()
+            self.program.process.send_signal(number)
+            self.assertEqual(self.program.process.wait(PATIENCE), 0)
+            self.assertLess(time.monotonic() - began, 2)  # a second, on an idle machine
+            self.expect_sound_memory()
+
+    def test_ends_quietly_with_its_display(self):
+        reading, writing = os.pipe()
+        server = subprocess.Popen(["Xvfb", "-displayfd", str(writing), "-nolisten", "tcp",
+                                   "-noreset"], pass_fds=[writing], stderr=subprocess.DEVNULL)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.kill)
+        os.close(writing)
+        with os.fdopen(reading) as ready:
+            display = ":" + ready.readline().strip()
+        self.launch(DISPLAY=display)
+        server.kill()
+        self.assertEqual(self.program.process.wait(PATIENCE), 0)
+        self.expect_sound_memory()
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
