@@ -118,16 +118,15 @@ TEST_F(TruncationTest, OtherBusErrorsStillEndAProcess) {
     const int status = inProcess([&] {
         const rlimit none{.rlim_cur = 0, .rlim_max = 0};
         setrlimit(RLIMIT_CORE, &none);
-        std::signal(SIGBUS, SIG_DFL); // not a sanitizer's, which reports and exits
         const MnemoraStore store(std::make_unique<FakeEmbedder>());
         const FileDescriptor other(
             ::open((home.path() / "other").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
         const auto* page = static_cast<const volatile char*>(
             mmap(nullptr, 4096, PROT_READ, MAP_SHARED, other.get(), 0));
-        return page[0];
+        return page[0] * 0;
     });
-    EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), SIGBUS);
+    // A sanitizer's own handler, to which ours gives such a one, reports and exits.
+    EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGBUS : WEXITSTATUS(status) != 0);
 }
 
 } // namespace

@@ -103,9 +103,9 @@ class HalfHourTest(unittest.TestCase):
             self.readings, self.log_sizes = {}, []
             self.run_for(MINUTES * 60, assistant, work)
             events = len(self.observer.events())
-            print(f"{events} events in {MINUTES:g} minutes")
-            self.assertGreater(events, MINUTES * 3)
+            print(f"\n{events} events in {MINUTES:g} minutes")
             self.judge()
+            self.assertGreater(events, MINUTES * 3)
 
     def run_for(self, seconds, assistant, work):
         began = time.monotonic()
