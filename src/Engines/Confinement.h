@@ -15,8 +15,8 @@ enum class Share {
     little,   ///< a few nice levels behind the user's programs: somebody waits for the answer
 };
 
-/// Lowers the priority; no core dumps, no debugger of the same
-/// user, an end by SIGKILL when the thread that started this process ends. Called first, before
+/// Lowers the priority; no core dumps, no debugger of the same user, at most 2.5 GiB of memory of
+/// its own, an end by SIGKILL when the thread that started this process ends. Called first, before
 /// any thread exists.
 void enterBackground(Share share);
 

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -121,6 +122,22 @@ TEST(Confinement, HoldsForThreadsThatWereThereBefore) {
     EXPECT_EQ(read(reading.get(), &verdict, 1), 1);
     EXPECT_EQ(verdict, 'N');
     waitpid(child, nullptr, 0);
+}
+
+TEST(Confinement, BoundsTheMemoryOfAnEngine) {
+    const pid_t child = fork();
+    if (child == 0) {
+        enterBackground(Share::leftOver);
+        const auto takes = [](std::size_t size) {
+            return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
+                        0) != MAP_FAILED;
+        };
+        constexpr std::size_t gibibyte = std::size_t(1) << 30;
+        _exit(takes(2 * gibibyte) && !takes(gibibyte) ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(Confinement, LeavesMemoryAndTime) {

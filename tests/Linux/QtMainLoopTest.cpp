@@ -1,12 +1,17 @@
 #include "Linux/Desktop/QtMainLoop.h"
+#include "fakes/CapturedStderr.h"
 
 #include <QCoreApplication>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <mutex>
+#include <set>
 #include <stdexcept>
+#include <string>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -102,6 +107,39 @@ TEST_F(MainLoopTest, RunsBackgroundJobsSideBySideAtLowPriorityAndBoundsTheEnd) {
     release = true;
     EXPECT_TRUE(runUntil([&] { return running == 0; }));
     EXPECT_TRUE(dropped);
+}
+
+TEST_F(MainLoopTest, DropsTheOldestWorkWithOneLineWhileAllWorkersHang) {
+    std::atomic<int> running = 0;
+    std::atomic<bool> release = false;
+    for (int i = 0; i < 3; ++i)
+        loop_.background([&] {
+            ++running;
+            while (!release)
+                std::this_thread::yield();
+        });
+    ASSERT_TRUE(runUntil([&] { return running == 3; }));
+    std::mutex mutex;
+    std::set<int> done;
+    std::string said;
+    {
+        const test::CapturedStderr output;
+        for (int i = 0; i < 100; ++i)
+            loop_.background([&, i] {
+                const std::lock_guard lock(mutex);
+                done.insert(i);
+            });
+        said = output.text();
+    }
+    release = true;
+    const auto count = [&] {
+        const std::lock_guard lock(mutex);
+        return done.size();
+    };
+    EXPECT_TRUE(runUntil([&] { return count() == 32; }));
+    EXPECT_TRUE(loop_.finish(5s));
+    EXPECT_EQ(*done.begin(), 68);
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
 }
 
 } // namespace

@@ -22,6 +22,8 @@ using Clock = std::chrono::steady_clock;
 constexpr auto hungPause = std::chrono::seconds(20);
 // The registry is asked for new programs at most this often when a process isn't known.
 constexpr auto searchPause = std::chrono::seconds(2);
+// Processes that never say a word on the bus don't leave it either.
+constexpr std::size_t mostProcesses = 256;
 
 /// The windows of one program while they are being asked.
 struct Survey {
@@ -33,6 +35,13 @@ struct Survey {
     std::size_t pending = 0;
 };
 
+/// What a survey is made for.
+struct Question {
+    int process = 0;
+    std::uint64_t ticket = 0; // 0 where nobody waits
+    std::uint64_t turn = 0;   // higher for a survey that began later
+};
+
 /// What is known of a process and who waits for more.
 struct ProcessState {
     desktop::ProcessFacts facts;
@@ -41,6 +50,7 @@ struct ProcessState {
     Clock::time_point hungUntil;
     std::uint64_t asked = 0;
     std::uint64_t answered = 0;
+    std::uint64_t turn = 0; // of the survey that the reading is from
 };
 
 WindowReading readingOf(const std::vector<Survey::Window>& windows) {
@@ -75,6 +85,8 @@ struct AccessibleWindows::Shared {
     std::function<void()> follower;        // guarded by mutex
 
     void forgetReadings();
+    /// Those without a word that nobody waits for, once there are many; with `mutex` held.
+    void forgetSilent();
     [[nodiscard]] AccessiblePrograms programs() const; // with `mutex` held
     void tellChange();
 };
@@ -84,6 +96,14 @@ void AccessibleWindows::Shared::forgetReadings() {
         state.reading = WindowReading();
         state.isOnBus = false;
     }
+}
+
+void AccessibleWindows::Shared::forgetSilent() {
+    if (processes.size() >= mostProcesses)
+        std::erase_if(processes, [](const auto& entry) {
+            const ProcessState& state = entry.second;
+            return !state.isOnBus && state.asked == state.answered;
+        });
 }
 
 AccessiblePrograms AccessibleWindows::Shared::programs() const {
@@ -128,17 +148,17 @@ class AccessibleWindows::Listener {
     using Done = std::function<void()>;
     void survey(const std::string& service, int process, std::uint64_t ticket,
                 const Done& done = {});
-    void askWindows(const std::vector<ObjectName>& windows, int process, std::uint64_t ticket,
-                    const Done& done);
+    void askWindows(const std::vector<ObjectName>& windows, Question question, const Done& done);
     void surveyAll(const Done& done);
     [[nodiscard]] bool isHung(int process) const;
-    void publish(int process, WindowReading reading, std::uint64_t ticket);
-    void setHung(int process, std::uint64_t ticket);
+    void publish(Question question, WindowReading reading);
+    void setHung(Question question);
     void forget(const std::string& service);
 
     std::shared_ptr<Shared> shared_;
     AccessibilityBus bus_;
     std::map<std::string, Program> programs_;
+    std::uint64_t turns_ = 0;
     Clock::time_point lastSearch_;
     desktop::GLibThread thread_{"accessibility"}; // last: it uses all of the above
 };
@@ -226,7 +246,7 @@ void AccessibleWindows::Listener::ask(int process, std::uint64_t ticket) {
     thread_.invoke([this, process, ticket] {
         if (const auto service = serviceOf(process))
             return survey(*service, process, ticket);
-        publish(process, WindowReading(), ticket);
+        publish({process, ticket, ++turns_}, WindowReading());
         if (bus_.connection() == nullptr || Clock::now() - lastSearch_ < searchPause)
             return;
         search([this, process] {
@@ -274,35 +294,35 @@ void AccessibleWindows::Listener::survey(const std::string& service, int process
         if (done)
             done();
     };
+    const Question question{process, ticket, ++turns_};
     if (bus_.connection() == nullptr) {
-        publish(process, WindowReading(), ticket);
+        publish(question, WindowReading());
         return end();
     }
-    bus_.children({service, root},
-                  [this, process, ticket, end](const auto* windows, bool timedOut) {
-                      if (windows != nullptr)
-                          return askWindows(*windows, process, ticket, end);
-                      if (timedOut)
-                          setHung(process, ticket);
-                      else
-                          publish(process, WindowReading(), ticket);
-                      end();
-                  });
+    bus_.children({service, root}, [this, question, end](const auto* windows, bool timedOut) {
+        if (windows != nullptr)
+            return askWindows(*windows, question, end);
+        if (timedOut)
+            setHung(question);
+        else
+            publish(question, WindowReading());
+        end();
+    });
 }
 
-void AccessibleWindows::Listener::askWindows(const std::vector<ObjectName>& windows, int process,
-                                             std::uint64_t ticket, const Done& done) {
+void AccessibleWindows::Listener::askWindows(const std::vector<ObjectName>& windows,
+                                             Question question, const Done& done) {
     if (windows.empty() || bus_.connection() == nullptr) {
-        publish(process, {.areAllNamesKnown = bus_.connection() != nullptr}, ticket);
+        publish(question, {.areAllNamesKnown = bus_.connection() != nullptr});
         return done();
     }
     const auto survey = std::make_shared<Survey>();
     survey->windows.resize(windows.size());
     survey->pending = 2 * windows.size();
-    const auto finish = [this, survey, process, ticket, done] {
+    const auto finish = [this, survey, question, done] {
         if (--survey->pending != 0)
             return;
-        publish(process, readingOf(survey->windows), ticket);
+        publish(question, readingOf(survey->windows));
         done();
     };
     for (std::size_t i = 0; i < windows.size(); ++i) {
@@ -318,21 +338,24 @@ void AccessibleWindows::Listener::askWindows(const std::vector<ObjectName>& wind
     }
 }
 
-void AccessibleWindows::Listener::publish(int process, WindowReading reading,
-                                          std::uint64_t ticket) {
+// A survey that a later one has overtaken brings nothing new.
+void AccessibleWindows::Listener::publish(Question question, WindowReading reading) {
     const std::lock_guard lock(shared_->mutex);
-    ProcessState& state = shared_->processes[process];
-    state.reading = std::move(reading);
-    state.answered = std::max(state.answered, ticket);
+    ProcessState& state = shared_->processes[question.process];
+    if (state.turn < question.turn) {
+        state.reading = std::move(reading);
+        state.turn = question.turn;
+    }
+    state.answered = std::max(state.answered, question.ticket);
     shared_->changed.notify_all();
 }
 
 // What was heard before stays: the title of a program that hangs doesn't change.
-void AccessibleWindows::Listener::setHung(int process, std::uint64_t ticket) {
+void AccessibleWindows::Listener::setHung(Question question) {
     const std::lock_guard lock(shared_->mutex);
-    ProcessState& state = shared_->processes[process];
+    ProcessState& state = shared_->processes[question.process];
     state.hungUntil = Clock::now() + hungPause;
-    state.answered = std::max(state.answered, ticket);
+    state.answered = std::max(state.answered, question.ticket);
     shared_->changed.notify_all();
 }
 
@@ -371,6 +394,7 @@ bool AccessibleWindows::waitUntilKnown(std::chrono::milliseconds patience) const
 std::optional<WindowReading> AccessibleWindows::read(int processIdentifier,
                                                      std::chrono::milliseconds patience) {
     std::unique_lock lock(shared_->mutex);
+    shared_->forgetSilent();
     ProcessState& known = shared_->processes[processIdentifier];
     if (!shared_->isAvailable || Clock::now() < known.hungUntil)
         return std::nullopt;

@@ -22,6 +22,10 @@ constexpr int workerCount = 3;
 // the whole memory; the lowest niceness yields just as politely and still moves on.
 constexpr int workerNiceness = 19;
 
+// While all workers hang, on a sound server or a locked file, looks at the screen come in every few
+// seconds. Those that have waited for minutes would tell of another moment than they were for.
+constexpr std::size_t mostWaiting = 32;
+
 } // namespace
 
 void runGuarded(const std::function<void()>& job) {
@@ -42,6 +46,7 @@ struct BackgroundPool::State {
     int threads = 0;                           // guarded by mutex
     int running = 0;                           // guarded by mutex
     bool ending = false;                       // guarded by mutex
+    bool isBehind = false;                     // guarded by mutex
 
     static void work(const std::shared_ptr<State>& state);
 };
@@ -55,6 +60,7 @@ void BackgroundPool::State::work(const std::shared_ptr<State>& state) {
             return;
         auto job = std::move(state->waiting.front());
         state->waiting.pop_front();
+        state->isBehind = state->isBehind && !state->waiting.empty();
         ++state->running;
         lock.unlock();
         runGuarded(job);
@@ -72,10 +78,17 @@ BackgroundPool::~BackgroundPool() {
 }
 
 void BackgroundPool::run(std::function<void()> job) {
+    std::function<void()> dropped; // what it holds goes outside the lock
     const std::lock_guard lock(state_->mutex);
     if (state_->ending)
         return;
     state_->waiting.push_back(std::move(job));
+    if (state_->waiting.size() > mostWaiting) {
+        dropped = std::move(state_->waiting.front());
+        state_->waiting.pop_front();
+        if (!std::exchange(state_->isBehind, true))
+            logError("background work is stuck; the oldest of it is dropped");
+    }
     const int needed = state_->running + static_cast<int>(state_->waiting.size());
     if (state_->threads < workerCount && state_->threads < needed) {
         try {

@@ -19,7 +19,8 @@ class BackgroundPool {
     BackgroundPool(const BackgroundPool&) = delete;
     BackgroundPool& operator=(const BackgroundPool&) = delete;
 
-    /// Runs `job` as soon as a worker is free, in order of arrival. Nothing after finish().
+    /// Runs `job` as soon as a worker is free, in order of arrival. Nothing after finish(). At most
+    /// 32 wait; one more drops the oldest, with one error line until the queue is empty again.
     void run(std::function<void()> job);
 
     /// Drops what has not begun and waits at most `patience` for what has; threads still busy

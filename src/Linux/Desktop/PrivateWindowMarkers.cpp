@@ -87,6 +87,9 @@ PrivateWindowMarkers::Formats PrivateWindowMarkers::formatsBeside(int processIde
         root / std::filesystem::path(executable).parent_path().relative_path() / "locales";
     auto formats = std::make_shared<const std::vector<TitleFormat>>(privateFormats(folder));
     const std::lock_guard lock(mutex_);
+    constexpr std::size_t mostKnown = 16; // images are mounted in another folder at each start
+    if (known_.size() >= mostKnown)
+        known_.clear();
     return known_.emplace(executable, std::move(formats)).first->second;
 }
 
