@@ -35,7 +35,7 @@ MemoryEraser::MemoryEraser(const std::filesystem::path& database,
     db_.reset(db);
     sqlite3_busy_timeout(db, static_cast<int>(patience.count()));
     // What is deleted becomes zeros at once, also where rewriting the file fails later.
-    run(db, "PRAGMA secure_delete=ON; PRAGMA cache_size=-262144;"); // KiB
+    run(db, "PRAGMA secure_delete=ON;");
 }
 
 std::optional<RangeContents> MemoryEraser::contents(const TimeRange& range) const {

@@ -79,10 +79,10 @@ class EraseTest : public StoreTest {
         int status = 0;
         std::string output;
     };
-    static Run erase(std::vector<std::string> arguments) {
+    static Run erase(std::vector<std::string> arguments, const char* patience = "60") {
         arguments.insert(arguments.begin(),
                          (installation::prefix() / "bin/mnemora-erase").string());
-        arguments.insert(arguments.end(), {"--wait", "1"});
+        arguments.insert(arguments.end(), {"--wait", patience});
         ChildProcess tool(arguments, ChildProcess::Errors::dropped);
         tool.endInput();
         Run run;
@@ -161,10 +161,10 @@ TEST_F(EraseTest, WaitsForOthersOnlySoLongAndSaysWhatIsLeft) {
         ASSERT_EQ(sqlite3_exec(other, sql, nullptr, nullptr, nullptr), SQLITE_OK);
     };
     hold("BEGIN IMMEDIATE;");
-    EXPECT_EQ(erase({"--day", "2023-11-16", "--yes"}).status, 1);
+    EXPECT_EQ(erase({"--day", "2023-11-16", "--yes"}, "1").status, 1);
     EXPECT_EQ(outside("SELECT count(*) FROM events;").front(), "120");
     hold("COMMIT; BEGIN; SELECT count(*) FROM events;"); // a reader that stays
-    EXPECT_EQ(erase({"--day", "2023-11-16", "--yes"}).status, 3);
+    EXPECT_EQ(erase({"--day", "2023-11-16", "--yes"}, "1").status, 3);
     EXPECT_EQ(outside("SELECT count(*) FROM events;").front(), "80");
     EXPECT_GT(occurrences(secret), 0);
     hold("COMMIT;");
