@@ -1,8 +1,10 @@
 // What speech recognition hears, and what it costs, through the program's own way: SpeechStream,
-// the adapter and the child process. `bench-speech --model FOLDER` measures other weights.
+// the adapter and the child process. `bench-speech --model FOLDER` measures other weights,
+// `bench-speech echo words` only these parts.
 
 #include "Engines/SpeechSamples.h"
 #include "Linux/Engines/EngineProcess.h"
+#include "Speech/EchoBench.h"
 #include "Speech/WordError.h"
 #include "Tools/FileTranscriber.h"
 
@@ -11,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <string_view>
 
 namespace mnemora::bench {
 namespace {
@@ -196,14 +197,9 @@ void printLoad(const SpeechEngineSettings& settings) {
                 isReady ? "" : " (failed)", childMegabytes(transcriber, "VmRSS"));
 }
 
-} // namespace
-
-int run(const SpeechEngineSettings& settings) {
-    const auto people = test::peopleReading();
+void printWordErrors(FileTranscriber& transcriber, const std::vector<SpokenSample>& people) {
     const auto cards = test::peopleCallingCards();
     const auto voices = synthesised();
-    printLoad(settings);
-    FileTranscriber transcriber(settings);
     for (const auto& [name, set, noise] :
          {std::tuple("people reading", &people, std::optional<double>()),
           std::tuple("people reading", &people, std::optional<double>(10)),
@@ -212,21 +208,43 @@ int run(const SpeechEngineSettings& settings) {
           std::tuple("synthetic voices", &voices, std::optional<double>(20)),
           std::tuple("synthetic voices", &voices, std::optional<double>(10))})
         printWordError(transcriber, name, *set, noise);
-    printFalseUtterances(transcriber);
-    printCost(transcriber, people);
-    printUnbroken(transcriber, people);
-    printLatency(transcriber, people);
+}
+
+int run(const SpeechEngineSettings& settings, const std::vector<std::string>& parts) {
+    const auto isWanted = [&](const char* part) {
+        return parts.empty() || std::ranges::find(parts, part) != parts.end();
+    };
+    const auto people = test::peopleReading();
+    if (isWanted("load"))
+        printLoad(settings);
+    FileTranscriber transcriber(settings);
+    if (isWanted("words"))
+        printWordErrors(transcriber, people);
+    if (isWanted("nothing"))
+        printFalseUtterances(transcriber);
+    if (isWanted("echo"))
+        printEcho(transcriber, people);
+    if (isWanted("cost"))
+        printCost(transcriber, people);
+    if (isWanted("unbroken"))
+        printUnbroken(transcriber, people);
+    if (isWanted("latency"))
+        printLatency(transcriber, people);
     std::printf("memory        %5.0f MB at most, %.0f MB now\n",
                 childMegabytes(transcriber, "VmHWM"), childMegabytes(transcriber, "VmRSS"));
     return EXIT_SUCCESS;
 }
 
+} // namespace
 } // namespace mnemora::bench
 
 int main(int count, char** words) {
     const QCoreApplication application(count, words);
     auto settings = mnemora::SpeechEngineSettings::ofInstallation();
-    if (count == 3 && std::string_view(words[1]) == "--model")
-        settings.model = words[2];
-    return mnemora::bench::run(settings);
+    std::vector<std::string> parts(words + 1, words + count);
+    if (parts.size() >= 2 && parts[0] == "--model") {
+        settings.model = parts[1];
+        parts.erase(parts.begin(), parts.begin() + 2);
+    }
+    return mnemora::bench::run(settings, parts);
 }

@@ -31,10 +31,10 @@ class TextWindow:
     # (_NET_WM_NAME); the command-line option would leave only the older property behind.
     SCRIPT = r'printf "\033]2;%s\007%s\n" "$1" "$2"; exec sleep infinity'
 
-    def __init__(self, title, text, place="+40+40"):
+    def __init__(self, title, text, place="+40+40", window_class="XTerm"):
         self.title = title
         self.process = subprocess.Popen(
-            ["xterm", "-u8", "-xrm", "XTerm*utf8Title: true", "-fa", "DejaVu Sans Mono", "-fs", "12",
+            ["xterm", "-class", window_class, "-u8", "-xrm", "*utf8Title: true", "-fa", "DejaVu Sans Mono", "-fs", "12",
              "-geometry", f"80x20{place}", "-e", "sh", "-c", self.SCRIPT, "sh", title, text],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.identifier = wait_until(self._find, what=f"the window '{title}'")

@@ -12,6 +12,7 @@ namespace {
 constexpr double lowestRate = 8000;
 constexpr double highestRate = 384000;
 constexpr int mostChannels = 32;
+constexpr auto lastOrigin = static_cast<std::uint32_t>(SoundOrigin::loudspeakers);
 
 } // namespace
 
@@ -22,8 +23,9 @@ bool isPossibleSound(double sampleRate, int channels) {
 
 std::string encodeSound(const SoundPiece& piece) {
     std::string bytes;
-    bytes.reserve(16 + piece.samples.size_bytes());
+    bytes.reserve(20 + piece.samples.size_bytes());
     append(bytes, piece.stream);
+    append(bytes, static_cast<std::uint32_t>(piece.origin));
     append(bytes, piece.channels);
     append(bytes, piece.sampleRate);
     bytes.append(reinterpret_cast<const char*>(piece.samples.data()), piece.samples.size_bytes());
@@ -32,8 +34,10 @@ std::string encodeSound(const SoundPiece& piece) {
 
 std::optional<SoundPiece> decodeSound(std::string_view payload, std::vector<float>& samples) {
     SoundPiece piece;
-    if (!take(payload, piece.stream) || !take(payload, piece.channels) ||
-        !take(payload, piece.sampleRate) || piece.channels > mostChannels ||
+    std::uint32_t origin = 0;
+    if (!take(payload, piece.stream) || !take(payload, origin) || origin > lastOrigin ||
+        !take(payload, piece.channels) || !take(payload, piece.sampleRate) ||
+        piece.channels > mostChannels ||
         !isPossibleSound(piece.sampleRate, static_cast<int>(piece.channels)) ||
         payload.size() % (sizeof(float) * piece.channels) != 0)
         return std::nullopt;
@@ -43,6 +47,7 @@ std::optional<SoundPiece> decodeSound(std::string_view payload, std::vector<floa
     for (float& sample : samples)
         sample = std::isfinite(sample) ? std::clamp(sample, -1.0F, 1.0F) : 0.0F;
     piece.samples = samples;
+    piece.origin = static_cast<SoundOrigin>(origin);
     return piece;
 }
 

@@ -21,6 +21,7 @@ struct SoundPiece {
     double sampleRate = 0;
     std::uint32_t channels = 0;
     std::span<const float> samples;
+    SoundOrigin origin = SoundOrigin::unknown;
 };
 
 /// Something that was said, with its place in the stream's sound in seconds.
@@ -38,7 +39,7 @@ struct Utterance {
 
 [[nodiscard]] std::string encodeSound(const SoundPiece& piece);
 /// A piece whose samples are a copy in `samples`. Absent when the payload isn't whole frames of a
-/// possible sound; samples that are no numbers have become silence, too loud ones full scale.
+/// possible sound of a known origin; samples that are no numbers have become silence, too loud ones full scale.
 [[nodiscard]] std::optional<SoundPiece> decodeSound(std::string_view payload,
                                                     std::vector<float>& samples);
 

@@ -2,8 +2,9 @@
 // descriptor 3: mnemora-engines ENGINE MODEL-FOLDER
 
 #include "Engines/Confinement.h"
-#include "Engines/Recognition/RecognitionEngine.h"
-#include "Engines/Speech/SpeechEngine.h"
+#include "Engines/EngineModule.h"
+#include "Engines/Refusal.h"
+#include "Support/Module.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,24 @@ bool hasSocket() {
     return fstat(socketDescriptor, &info) == 0 && S_ISSOCK(info.st_mode);
 }
 
+/// Null for an engine that doesn't exist.
+const char* moduleOf(std::string_view engine) {
+    // Found through this program's run path.
+    if (engine == "recognition")
+        return "libmnemora-recognition-engine.so";
+    return engine == "speech" ? "libmnemora-speech-engine.so" : nullptr;
+}
+
+int run(const char* moduleName, const char* model) {
+    std::string reason;
+    const auto module = mnemora::Module::open(moduleName, &reason);
+    auto* runEngine =
+        module ? module->function<decltype(mnemoraRunEngine)>("mnemoraRunEngine") : nullptr;
+    if (runEngine == nullptr)
+        return mnemora::engines::refuse(socketDescriptor, reason);
+    return runEngine(socketDescriptor, model);
+}
+
 } // namespace
 
 int main(int count, char** words) {
@@ -32,11 +51,8 @@ int main(int count, char** words) {
     const std::string_view engine = words[1];
     // A picture has until the next one; words are wanted while people still speak.
     mnemora::engines::enterBackground(engine == "speech" ? Share::little : Share::leftOver);
-    int status = EXIT_FAILURE;
-    if (engine == "recognition")
-        status = mnemora::engines::runRecognition(socketDescriptor, words[2]);
-    else if (engine == "speech")
-        status = mnemora::engines::runSpeech(socketDescriptor, words[2]);
+    const char* module = moduleOf(engine);
+    const int status = module != nullptr ? run(module, words[2]) : EXIT_FAILURE;
     // The inference runtime's own clean-up opens files and joins threads, which the lock forbids
     // and the process's end makes needless.
     _exit(status);

@@ -10,11 +10,16 @@
 
 namespace mnemora {
 
+/// Where sound comes from, as far as its adapter knows. What loudspeakers play may come back through
+/// a microphone; what headphones play is `unknown`, since nobody else hears it.
+enum class SoundOrigin { unknown, microphone, loudspeakers };
+
 /// A stretch of sound: interleaved samples of `channels` channels, full scale at -1 and 1.
 struct PcmBuffer {
     double sampleRate = 0;
     int channels = 0;
     std::vector<float> samples;
+    SoundOrigin origin = SoundOrigin::unknown;
 
     [[nodiscard]] std::size_t frames() const {
         return channels > 0 ? samples.size() / static_cast<std::size_t>(channels) : 0;

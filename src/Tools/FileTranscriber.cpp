@@ -28,6 +28,20 @@ std::size_t samplesIn(const PcmBuffer& sound, double seconds) {
            static_cast<std::size_t>(sound.channels);
 }
 
+/// Silence where the sound has ended.
+PcmBuffer part(const PcmBuffer& sound, std::size_t at, std::size_t count) {
+    PcmBuffer buffer{.sampleRate = sound.sampleRate,
+                     .channels = sound.channels,
+                     .samples = {},
+                     .origin = sound.origin};
+    const auto begin = std::min(at, sound.samples.size());
+    const auto end = std::min(at + count, sound.samples.size());
+    buffer.samples.assign(sound.samples.begin() + static_cast<std::ptrdiff_t>(begin),
+                          sound.samples.begin() + static_cast<std::ptrdiff_t>(end));
+    buffer.samples.resize(count);
+    return buffer;
+}
+
 } // namespace
 
 std::optional<PcmBuffer> readSoundFile(const std::string& path) {
@@ -86,13 +100,39 @@ bool FileTranscriber::transcribe(const PcmBuffer& sound, Pace pace,
     return awaitEngine();
 }
 
+std::optional<FileTranscriber::BothSides> FileTranscriber::transcribeCall(const PcmBuffer& you,
+                                                                          const PcmBuffer& them) {
+    if (!service_->recognizer("en-US")->isAvailable())
+        return std::nullopt;
+    BothSides said;
+    const auto hear = [&](std::vector<HeardSegment>& side) {
+        auto stream = std::make_shared<SpeechStream>(
+            "", "en-US", [this, &side](const std::string&, const std::string& text) {
+                side.push_back({last_.start, last_.end, text, 0});
+            });
+        stream->start();
+        return stream;
+    };
+    const auto mine = hear(said.you);
+    const auto theirs = hear(said.them);
+    const auto total = you.samples.size() + samplesIn(you, silenceAfter);
+    // A buffer's time at 48 kHz.
+    const auto step = samplesIn(you, framesPerBuffer / 48000.0);
+    for (std::size_t at = 0; at < total; at += step) {
+        theirs->append(part(them, at, step));
+        mine->append(part(you, at, step));
+    }
+    if (!awaitEngine())
+        return std::nullopt;
+    return said;
+}
+
 void FileTranscriber::feed(const PcmBuffer& sound, Pace pace, SpeechStream& stream) {
-    auto padded = sound;
-    padded.samples.resize(sound.samples.size() + samplesIn(sound, silenceAfter));
+    const auto total = sound.samples.size() + samplesIn(sound, silenceAfter);
     const auto begin = steady_clock::now();
     const auto step = framesPerBuffer * static_cast<std::size_t>(sound.channels);
-    for (std::size_t at = 0; at < padded.samples.size(); at += step) {
-        const auto end = std::min(at + step, padded.samples.size());
+    for (std::size_t at = 0; at < total; at += step) {
+        const auto end = std::min(at + step, total);
         const double due =
             static_cast<double>(end) / (sound.sampleRate * static_cast<double>(sound.channels));
         if (pace == Pace::realTime)
@@ -102,10 +142,7 @@ void FileTranscriber::feed(const PcmBuffer& sound, Pace pace, SpeechStream& stre
                            due;
                 },
                 longestWait);
-        stream.append({.sampleRate = sound.sampleRate,
-                       .channels = sound.channels,
-                       .samples = {padded.samples.begin() + static_cast<std::ptrdiff_t>(at),
-                                   padded.samples.begin() + static_cast<std::ptrdiff_t>(end)}});
+        stream.append(part(sound, at, end - at));
     }
 }
 

@@ -41,6 +41,16 @@ class FileTranscriber {
     [[nodiscard]] bool transcribe(const PcmBuffer& sound, Pace pace,
                                   const SegmentHandler& onSegment);
 
+    /// What was said on each side of a call.
+    struct BothSides {
+        std::vector<HeardSegment> you;
+        std::vector<HeardSegment> them;
+    };
+    /// Feeds both sides of a call at once, as fast as can be: sound of one length, rate and number
+    /// of channels. Absent when there is no recogniser or it failed.
+    [[nodiscard]] std::optional<BothSides> transcribeCall(const PcmBuffer& you,
+                                                          const PcmBuffer& them);
+
     /// Runs the main loop until the condition holds; false when that takes longer than `bound`.
     [[nodiscard]] static bool waitUntil(const std::function<bool()>& condition,
                                         std::chrono::milliseconds bound);

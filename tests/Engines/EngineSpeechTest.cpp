@@ -242,6 +242,28 @@ TEST_F(EngineSpeechTest, IsUnavailableWithoutItsParts) {
     EXPECT_EQ(service->recognizer("de-DE"), nullptr);
 }
 
+TEST_F(EngineSpeechTest, NeedsNoRuntimeButItsOwn) {
+    const auto libraries = settings.runtime.parent_path();
+    fs::create_directories(folder / "libexec/mnemora");
+    fs::create_directories(folder / "lib/mnemora/runtime");
+    fs::copy(settings.program, folder / "libexec/mnemora/mnemora-engines");
+    settings.program = folder / "libexec/mnemora/mnemora-engines";
+    const std::string engine = "libmnemora-speech-engine.so";
+    fs::create_symlink(libraries / engine, folder / "lib/mnemora" / engine);
+    test::CapturedStderr captured;
+    useEngine();
+    const auto without = stream("You");
+    EXPECT_TRUE(eventually([&] { return !captured.text().empty(); }));
+    EXPECT_THAT(captured.text(), HasSubstr("unavailable: libsherpa-onnx-c-api.so: cannot open"));
+    streams.clear();
+    for (const char* library : {"libsherpa-onnx-c-api.so", "libonnxruntime.so"})
+        fs::create_symlink(libraries / "runtime" / library,
+                           folder / "lib/mnemora/runtime" / library);
+    useEngine(); // without the text engine and its runtime
+    const auto with = stream("You");
+    EXPECT_TRUE(eventually([&] { return service->child().has_value(); })) << captured.text();
+}
+
 TEST_F(EngineSpeechTest, FindsADamagedFileWhenAskedForPermission) {
     fs::copy(settings.model, folder / "model");
     settings.model = folder / "model";

@@ -1,11 +1,14 @@
-#include "Engines/Recognition/RecognitionEngine.h"
+// The child process of text recognition: loads the model, locks the process in and answers pictures
+// until the parent closes the socket.
 
 #include "Engines/Channel.h"
 #include "Engines/Confinement.h"
+#include "Engines/EngineModule.h"
 #include "Engines/ModelFile.h"
 #include "Engines/Recognition/OpenVinoNetworks.h"
 #include "Engines/Recognition/PictureReader.h"
 #include "Engines/RecognitionFrames.h"
+#include "Engines/Refusal.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -86,13 +89,6 @@ void mapLargeBlocks() {
     mallopt(M_TRIM_THRESHOLD, 8 * 1024 * 1024);
 }
 
-int refuse(int socket, const std::string& reason) {
-    (void)sendFrame(socket, FrameKind::unavailable, reason, -1, std::nullopt);
-    return EXIT_FAILURE;
-}
-
-} // namespace
-
 int runRecognition(int socket, const std::filesystem::path& model) {
     mapLargeBlocks();
     const auto networks = loadNetworks(model);
@@ -108,4 +104,9 @@ int runRecognition(int socket, const std::filesystem::path& model) {
     return EXIT_SUCCESS;
 }
 
+} // namespace
 } // namespace mnemora::engines
+
+int mnemoraRunEngine(int socket, const char* model) {
+    return mnemora::engines::runRecognition(socket, model);
+}

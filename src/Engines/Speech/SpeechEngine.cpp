@@ -1,19 +1,15 @@
-#include "Engines/Speech/SpeechEngine.h"
+// The child process of speech recognition: loads the model, locks the process in and recognises
+// sound until the parent closes the socket.
 
 #include "Engines/Confinement.h"
+#include "Engines/EngineModule.h"
+#include "Engines/Refusal.h"
 #include "Engines/Speech/SpeechSession.h"
 
 #include <cstdlib>
 
 namespace mnemora::engines {
 namespace {
-
-int refuse(int socket, const std::string& reason) {
-    (void)sendFrame(socket, FrameKind::unavailable, reason, -1, std::nullopt);
-    return EXIT_FAILURE;
-}
-
-} // namespace
 
 int runSpeech(int socket, const std::filesystem::path& model) {
     const auto models = speech::loadSherpaModels(model);
@@ -32,4 +28,9 @@ int runSpeech(int socket, const std::filesystem::path& model) {
     return EXIT_SUCCESS;
 }
 
+} // namespace
 } // namespace mnemora::engines
+
+int mnemoraRunEngine(int socket, const char* model) {
+    return mnemora::engines::runSpeech(socket, model);
+}

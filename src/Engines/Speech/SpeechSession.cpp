@@ -1,9 +1,24 @@
 #include "Engines/Speech/SpeechSession.h"
 
+#include "Engines/Speech/EchoWords.h"
+
 #include <algorithm>
 #include <utility>
 
 namespace mnemora::engines::speech {
+namespace {
+
+// In samples at 16 kHz.
+/// From the server's hands through loudspeakers, air, microphone and back; wireless ones included.
+constexpr std::int64_t longestWay = 11200; // 0.7 s
+/// The two sides' buffers needn't arrive in the order in which they were filled.
+constexpr std::int64_t disorder = 3200; // 0.2 s
+
+bool isBlank(const std::string& text) {
+    return text.find_first_not_of(" \t\n") == std::string::npos;
+}
+
+} // namespace
 
 SpeechSession::SpeechSession(SpeechModels& models, Send send)
     : models_(models), send_(std::move(send)) {}
@@ -28,7 +43,12 @@ bool SpeechSession::takeSound(const Frame& frame) {
     auto* stream = streamOf(piece->stream);
     if (stream == nullptr)
         return true;
-    stream->cutter.append(stream->resampler.convert(*piece));
+    stream->origin = piece->origin;
+    auto sound = stream->resampler.convert(*piece);
+    cancelEcho(*stream, sound);
+    stream->marks.add(++pieces_,
+                      stream->cutter.position() + static_cast<std::int64_t>(sound.size()));
+    stream->cutter.append(sound);
     const bool isSpeaking = stream->cutter.isSpeaking();
     if (isSpeaking && !stream->wasSpeaking)
         parentIsThere_ = send_(FrameKind::speaking, encodeStream(piece->stream)) && parentIsThere_;
@@ -36,9 +56,34 @@ bool SpeechSession::takeSound(const Frame& frame) {
     return true;
 }
 
+void SpeechSession::cancelEcho(Stream& stream, std::vector<float>& sound) {
+    if (stream.origin == SoundOrigin::loudspeakers)
+        for (const auto& [number, other] : streams_)
+            if (other->canceller)
+                other->canceller->played(sound);
+    if (stream.origin != SoundOrigin::microphone)
+        return;
+    const bool isNearLoudspeakers = std::ranges::any_of(streams_, [](const auto& other) {
+        return other.second->origin == SoundOrigin::loudspeakers;
+    });
+    if (!stream.canceller && isNearLoudspeakers)
+        stream.canceller = std::make_unique<EchoCanceller>();
+    if (!stream.canceller)
+        return;
+    auto clean = stream.canceller->cleaned(sound);
+    if (!isNearLoudspeakers) { // any more: headphones were plugged in
+        const auto rest = stream.canceller->finish();
+        clean.insert(clean.end(), rest.begin(), rest.end());
+        stream.canceller.reset();
+    }
+    sound = std::move(clean);
+}
+
 bool SpeechSession::endSound(StreamNumber number) {
     if (const auto found = streams_.find(number); found != streams_.end()) {
         found->second->cutter.append(found->second->resampler.finish());
+        if (const auto& canceller = found->second->canceller)
+            found->second->cutter.append(canceller->finish());
         found->second->cutter.finish();
         streams_.erase(found);
     }
@@ -71,13 +116,31 @@ std::optional<std::size_t> SpeechSession::freeDetector() const {
 
 void SpeechSession::recognize(StreamNumber number, std::int64_t from,
                               std::span<const float> sound) {
-    const auto text = models_.transcriber->transcribe(sound);
-    if (text.find_first_not_of(" \t\n") == std::string::npos)
+    auto text = models_.transcriber->transcribe(sound);
+    if (const auto& stream = *streams_.at(number); stream.origin == SoundOrigin::microphone)
+        text = withoutEcho(
+            text, playedMeanwhile(stream, from, from + static_cast<std::int64_t>(sound.size())));
+    if (isBlank(text))
         return;
     const double start = static_cast<double>(from) / sampleRate;
     const double length = static_cast<double>(sound.size()) / sampleRate;
     const Utterance utterance{number, start, start + length, text};
     parentIsThere_ = send_(FrameKind::utterance, encodeUtterance(utterance)) && parentIsThere_;
+}
+
+/// The words that came out of loudspeakers while the microphone's stretch was heard.
+std::string SpeechSession::playedMeanwhile(const Stream& microphone, std::int64_t from,
+                                           std::int64_t to) const {
+    std::string words;
+    for (const auto& [number, stream] : streams_) {
+        if (stream->origin != SoundOrigin::loudspeakers)
+            continue;
+        const auto begin = stream->marks.positionAt(microphone.marks.timeOf(from)) - longestWay;
+        const auto end = stream->marks.positionAt(microphone.marks.timeOf(to)) + disorder;
+        if (stream->cutter.hasHeardSpeechSince(begin))
+            words += models_.transcriber->transcribe(stream->cutter.remembered(begin, end)) + " ";
+    }
+    return words;
 }
 
 } // namespace mnemora::engines::speech

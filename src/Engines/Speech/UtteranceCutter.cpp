@@ -27,15 +27,14 @@ UtteranceCutter::UtteranceCutter(VoiceDetector& detector, Sink sink)
 void UtteranceCutter::append(std::span<const float> samples) {
     constexpr auto step = static_cast<std::int64_t>(windowSize);
     history_.insert(history_.end(), samples.begin(), samples.end());
-    const auto end = historyFrom_ + static_cast<std::int64_t>(history_.size());
+    const auto end = position();
     while (heard_ + step <= end)
         takeWindow(between(heard_, heard_ + step));
     forgetOld();
 }
 
 void UtteranceCutter::finish() {
-    const auto end = historyFrom_ + static_cast<std::int64_t>(history_.size());
-    const auto missing = static_cast<std::int64_t>(windowSize) - (end - heard_);
+    const auto missing = static_cast<std::int64_t>(windowSize) - (position() - heard_);
     append(std::vector<float>(static_cast<std::size_t>(missing), 0.0F));
     detector_.flush();
     takeEnded();
@@ -52,8 +51,9 @@ void UtteranceCutter::takeWindow(std::span<const float> window) {
 
 void UtteranceCutter::followSpeech() {
     if (!detector_.isSpeaking())
-        speechFrom_.reset();
-    else if (!speechFrom_)
+        return speechFrom_.reset();
+    spokenTo_ = heard_;
+    if (!speechFrom_)
         speechFrom_ = std::max(cutTo_, heard_ - noticeDelay - margin);
 }
 
@@ -103,6 +103,20 @@ std::int64_t UtteranceCutter::quietestPoint() const {
         }
     }
     return best;
+}
+
+std::int64_t UtteranceCutter::position() const {
+    return historyFrom_ + static_cast<std::int64_t>(history_.size());
+}
+
+bool UtteranceCutter::hasHeardSpeechSince(std::int64_t from) const {
+    return speechFrom_ || spokenTo_ > from;
+}
+
+std::span<const float> UtteranceCutter::remembered(std::int64_t from, std::int64_t to) const {
+    from = std::max(from, historyFrom_);
+    to = std::min(to, position());
+    return from < to ? between(from, to) : std::span<const float>();
 }
 
 std::span<const float> UtteranceCutter::between(std::int64_t from, std::int64_t to) const {

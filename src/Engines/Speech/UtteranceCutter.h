@@ -24,6 +24,13 @@ class UtteranceCutter {
     void finish();
     [[nodiscard]] bool isSpeaking() const { return speechFrom_.has_value(); }
 
+    /// How many samples came so far.
+    [[nodiscard]] std::int64_t position() const;
+    /// Whether there was speech at this position or later.
+    [[nodiscard]] bool hasHeardSpeechSince(std::int64_t from) const;
+    /// What of this stretch is still remembered: the last quarter of a minute at least.
+    [[nodiscard]] std::span<const float> remembered(std::int64_t from, std::int64_t to) const;
+
   private:
     void takeWindow(std::span<const float> window);
     void followSpeech();
@@ -40,6 +47,7 @@ class UtteranceCutter {
     std::int64_t historyFrom_ = 0;           // position of its first sample
     std::int64_t heard_ = 0;                 // how far the detector has come
     std::int64_t cutTo_ = 0;                 // everything before is in utterances or dropped
+    std::int64_t spokenTo_ = -1;             // the end of the speech before
     std::optional<std::int64_t> speechFrom_; // where the speech going on may have begun
 };
 

@@ -21,8 +21,7 @@
 #include "Linux/Engines/EngineSpeechService.h"
 #include "Linux/Engines/EngineTextRecognizer.h"
 #include "Linux/Screen/X11ScreenCapture.h"
-#include "Linux/Sound/PulseAudioInput.h"
-#include "Linux/Sound/PulseSystemAudio.h"
+#include "Linux/Sound/SoundModule.h"
 #include "Linux/Wayland/Connection.h"
 #include "Linux/Wayland/SessionWindows.h"
 #include "Linux/X11/FrontWindowWatcher.h"
@@ -132,8 +131,9 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
                           windows, catalogue),
                       .hasRoom = [recognizer] { return recognizer->hasRoom(); },
                       .windowChanges = [workspace] { return workspace->windowChanges(); }});
-    services.audioInput = std::make_shared<pulse::PulseAudioInput>(mainLoop);
-    services.systemAudio = std::make_shared<pulse::PulseSystemAudio>();
+    auto sound = loadSoundDevices(mainLoop);
+    services.audioInput = std::move(sound.input);
+    services.systemAudio = std::move(sound.output);
     services.speech =
         std::make_shared<EngineSpeechService>(SpeechEngineSettings::ofInstallation(), mainLoop);
     services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");

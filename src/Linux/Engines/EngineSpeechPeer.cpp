@@ -98,7 +98,8 @@ void EngineSpeechPeer::append(StreamNumber stream, const PcmBuffer& buffer) {
         rest = rest.subspan(piece.size());
         queue(FrameKind::sound, stream,
               engines::encodeSound(
-                  {stream, buffer.sampleRate, static_cast<std::uint32_t>(channels), piece}));
+                  {stream, buffer.sampleRate, static_cast<std::uint32_t>(channels), piece,
+                   buffer.origin}));
     }
 }
 

@@ -2,9 +2,35 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 #include <utility>
 
 namespace mnemora::pulse {
+namespace {
+
+bool hasAnyOf(std::string_view text, std::initializer_list<std::string_view> words) {
+    return std::ranges::any_of(
+        words, [&](auto word) { return text.find(word) != std::string_view::npos; });
+}
+
+/// Whether nobody but the user hears the sink: by the port that is in use or, for wireless
+/// devices, by the form that the device says it has (PA_PROP_DEVICE_FORM_FACTOR).
+bool playsIntoEars(const pa_sink_info& sink) {
+    if (const auto* port = sink.active_port; port != nullptr) {
+        if (port->type == PA_DEVICE_PORT_TYPE_HEADPHONES ||
+            port->type == PA_DEVICE_PORT_TYPE_HEADSET)
+            return true;
+        // Drivers that tell no type use the mixer's own names.
+        if (port->type == PA_DEVICE_PORT_TYPE_UNKNOWN && port->name != nullptr &&
+            hasAnyOf(port->name, {"headphone", "headset"}))
+            return true;
+    }
+    const char* form = pa_proplist_gets(sink.proplist, PA_PROP_DEVICE_FORM_FACTOR);
+    return form != nullptr && hasAnyOf(form, {"headphone", "headset", "handset"});
+}
+
+} // namespace
 
 DeviceCapture::DeviceCapture(CaptureRequest request) : request_(std::move(request)) {
     connection_ = ServerConnection::open(
@@ -50,11 +76,10 @@ void DeviceCapture::followDefaults(ServerConnection& server, const pa_server_inf
         forget(pa_context_get_source_info_by_name(server.context(), name, found, this));
     } else {
         const auto found = [](pa_context*, const pa_sink_info* sink, int end, void* self) {
-            auto& capture = *static_cast<DeviceCapture*>(self);
-            if (sink != nullptr && sink->monitor_source_name != nullptr)
-                capture.open(sink->monitor_source_name, sink->sample_spec);
-            else if (sink != nullptr || end < 0)
-                capture.unavailable("no output device");
+            if (sink != nullptr)
+                static_cast<DeviceCapture*>(self)->sinkFound(*sink);
+            else if (end < 0)
+                static_cast<DeviceCapture*>(self)->unavailable("no output device");
         };
         forget(pa_context_get_sink_info_by_name(server.context(), name, found, this));
     }
@@ -64,7 +89,15 @@ void DeviceCapture::sourceFound(const pa_source_info& source) {
     // Without a real source the default one is an output's monitor: that would be the others.
     if (source.monitor_of_sink != PA_INVALID_INDEX)
         return unavailable("no microphone");
+    buffer_.origin = SoundOrigin::microphone;
     open(source.name, source.sample_spec);
+}
+
+void DeviceCapture::sinkFound(const pa_sink_info& sink) {
+    if (sink.monitor_source_name == nullptr)
+        return unavailable("no output device");
+    buffer_.origin = playsIntoEars(sink) ? SoundOrigin::unknown : SoundOrigin::loudspeakers;
+    open(sink.monitor_source_name, sink.sample_spec);
 }
 
 void DeviceCapture::open(const std::string& device, const pa_sample_spec& spec) {

@@ -29,7 +29,8 @@ struct CaptureRequest {
     /// 0: the device's own.
     unsigned sampleRate = 0;
     unsigned char channels = 0;
-    /// Called on the capture's thread.
+    /// Called on the capture's thread. An output's buffers come from loudspeakers, unless the sink
+    /// is known to play into headphones.
     std::function<void(const PcmBuffer&)> sink;
 };
 
@@ -54,6 +55,7 @@ class DeviceCapture {
   private:
     void followDefaults(ServerConnection& server, const pa_server_info& facts);
     void sourceFound(const pa_source_info& source);
+    void sinkFound(const pa_sink_info& sink);
     void open(const std::string& device, const pa_sample_spec& spec);
     void close();
     void streamChanged();

@@ -73,10 +73,11 @@ void ServerConnection::ready() {
     pa_context_set_subscribe_callback(
         context_.get(),
         [](pa_context*, pa_subscription_event_type_t event, uint32_t, void* self) {
-            // Devices change with every turn of a volume knob; only their coming and going counts.
+            // Sources change whenever a program turns their gain; only their coming and going
+            // counts. A sink changes when headphones are plugged in.
             const auto facility = event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
             const auto type = event & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
-            if (facility == PA_SUBSCRIPTION_EVENT_SERVER || type != PA_SUBSCRIPTION_EVENT_CHANGE)
+            if (facility != PA_SUBSCRIPTION_EVENT_SOURCE || type != PA_SUBSCRIPTION_EVENT_CHANGE)
                 static_cast<ServerConnection*>(self)->refresh();
         },
         this);

@@ -19,7 +19,8 @@ class ServerConnection {
   public:
     struct Events {
         /// The server's facts, the names of the default devices among them: after connecting, after
-        /// each change of a default or a device, and after refreshLater().
+        /// each change of a default or a sink, a device that comes or goes, and after
+        /// refreshLater().
         std::function<void(ServerConnection&, const pa_server_info&)> facts;
         /// The connection ended, or an attempt failed; another one follows by itself. What belongs
         /// to context() is to be let go.

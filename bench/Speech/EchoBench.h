@@ -1,0 +1,13 @@
+#pragma once
+// A call with loudspeakers: what comes back through the microphone, and what the user says.
+
+#include "Engines/SpeechSamples.h"
+#include "Tools/FileTranscriber.h"
+
+namespace mnemora::bench {
+
+/// Prints how many played words were taken for the user's, and how many of the user's were lost,
+/// with and without knowing what the loudspeakers play. `others` speak from the loudspeakers.
+void printEcho(FileTranscriber& transcriber, const std::vector<test::SpokenSample>& others);
+
+} // namespace mnemora::bench

@@ -1,0 +1,109 @@
+"""A call, recorded by the whole program: from the call application's window to the store.
+
+Usage: recording_test.py PROGRAM, inside a desktop session inside a sound session
+(scripts/audio-session), whose loudspeakers and microphone it speaks into.
+"""
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from observer import Observer
+from windows import TextWindow, wait_until, xdotool
+
+PROGRAM = sys.argv[1]
+PATIENCE = 60  # loading the weights included
+STARTED = "[mnemora] meeting recording started (on-device)"
+
+
+def geometry(window):
+    lines = xdotool("getwindowgeometry", "--shell", window).splitlines()
+    return {name: int(value) for name, value in (line.split("=") for line in lines)}
+
+
+class RecordingTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.desk = TextWindow("Notes", "Nothing much.")
+        self.addCleanup(self.desk.close)
+        self.program = Observer(PROGRAM, self.folder)
+        self.addCleanup(self.program.stop)
+        self.program.wait_for_title("Notes")
+
+    def call(self):
+        window = TextWindow("Weekly call", "Three people.", "+80+200", window_class="zoom")
+        self.addCleanup(window.close)
+        window.bring_to_front()
+        return window
+
+    def panel(self):
+        """The consent panel's window: the only one of ours in the top right corner."""
+        for window in xdotool("search", "--onlyvisible", "--class", "^mnemora$").split():
+            place = geometry(window)
+            if place.get("WIDTH", 0) > 200 and place["X"] > 640 and place["Y"] < 100:
+                return window
+        return None
+
+    def press_record(self):
+        panel = wait_until(self.panel, what="the consent panel")
+        size = geometry(panel)
+        xdotool("mousemove", "--sync", "--window", panel, str(size["WIDTH"] - 45),
+                str(size["HEIGHT"] - 28))
+        xdotool("click", "1")
+        wait_until(lambda: STARTED in self.program.log.read_text(), what="the recording's start")
+        wait_until(lambda: not self.panel(), what="the panel's end")
+
+    @staticmethod
+    def our_streams():
+        answer = subprocess.run(["pactl", "list", "source-outputs"], capture_output=True, text=True,
+                                check=True)
+        return answer.stdout.count('application.id = "app.mnemora.Mnemora"')
+
+    def voice(self, name, words):
+        path = self.folder / f"{name}.wav"
+        subprocess.run(["flite", "-voice", name, "-t", words, "-o", path], check=True)
+        return path
+
+    def said_by(self, person):
+        return " ".join(event["body"].lower() for event in self.program.events()
+                        if event["kind"] == "meeting" and event["person"] == person)
+
+    def test_a_consent_click_records_each_side_under_its_own_name(self):
+        user = self.voice("slt", "The garden is full of yellow flowers this morning.")
+        other = self.voice("rms", "We should move the meeting to Thursday afternoon.")
+        call = self.call()
+        wait_until(self.panel, what="the consent panel")
+        self.assertEqual(xdotool("getactivewindow"), call.identifier)  # it takes no focus
+        self.press_record()
+        wait_until(lambda: self.our_streams() == 2, what="both sides' sound")
+        players = [subprocess.Popen(["paplay", "--latency-msec=50", f"--device={sink}", voice])
+                   for sink, voice in (("MicFeed", user), ("Speakers", other))]
+        for player in players:
+            self.assertEqual(player.wait(PATIENCE), 0)
+        wait_until(lambda: "flowers" in self.said_by("You"), PATIENCE, "the user's words")
+        wait_until(lambda: "thursday" in self.said_by("Them"), PATIENCE, "the other's words")
+        self.assertNotIn("meeting", self.said_by("You"))
+        self.assertNotIn("garden", self.said_by("Them"))
+        event = next(event for event in self.program.events() if event["kind"] == "meeting")
+        self.assertEqual((event["source"], event["app"]), ("audio", "Meeting"))
+        self.assertTrue(event["title"].startswith("Meeting · "))
+
+        self.desk.bring_to_front()
+        call.bring_to_front()  # no second offer while recording
+        self.assertIsNone(self.panel())
+        children = self.program.children()
+        began = time.monotonic()
+        self.assertEqual(self.program.stop(), 0)
+        self.assertLess(time.monotonic() - began, 1)
+        wait_until(lambda: not any(pathlib.Path(f"/proc/{child}").exists() for child in children),
+                   what="the end of the children")
+        wait_until(lambda: self.our_streams() == 0, what="the end of listening")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
