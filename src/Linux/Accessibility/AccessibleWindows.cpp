@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -18,8 +19,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A program that let a call time out isn't asked again for this long.
-constexpr auto hungPause = std::chrono::seconds(20);
+// A program that let a call time out isn't asked again for this long, unless it speaks by itself.
+// With the call's own time it is less than two ticks.
+constexpr auto hungPause = std::chrono::seconds(10);
 // The registry is asked for new programs at most this often when a process isn't known.
 constexpr auto searchPause = std::chrono::seconds(2);
 // Processes that never say a word on the bus don't leave it either.
@@ -137,11 +139,15 @@ class AccessibleWindows::Listener {
   private:
     struct Program {
         int process = 0;
-        std::string sandbox; // of the proxy that speaks for it
+        std::string sandbox;     // of the proxy that speaks for it
+        bool isSurveyed = false; // because of what it announced
+        bool hasNews = false;    // announced something since
     };
 
     void setAvailable(bool available);
     void search(std::function<void()> done);
+    void windowsChanged(const std::string& service);
+    void surveyed(const std::string& service);
     void learn(const ObjectName& object, std::function<void()> done);
     [[nodiscard]] std::optional<std::string> serviceOf(int process) const;
     /// What is called once a survey has been published.
@@ -158,6 +164,7 @@ class AccessibleWindows::Listener {
     std::shared_ptr<Shared> shared_;
     AccessibilityBus bus_;
     std::map<std::string, Program> programs_;
+    std::set<std::string> learning_; // who has announced something and isn't among programs_ yet
     std::uint64_t turns_ = 0;
     Clock::time_point lastSearch_;
     desktop::GLibThread thread_{"accessibility"}; // last: it uses all of the above
@@ -177,14 +184,7 @@ AccessibleWindows::Listener::Listener(std::shared_ptr<Shared> shared)
                     programs_.clear();
                     setAvailable(false);
                 },
-            .windowsChanged =
-                [this](const std::string& service) {
-                    learn({service, {}}, [this, service] {
-                        if (const auto known = programs_.find(service); known != programs_.end())
-                            survey(service, known->second.process, 0,
-                                   [this] { shared_->tellChange(); });
-                    });
-                },
+            .windowsChanged = [this](const std::string& service) { windowsChanged(service); },
             .left = [this](const std::string& service) { forget(service); }}) {
     thread_.invoke([this] { bus_.start(); });
 }
@@ -210,6 +210,35 @@ void AccessibleWindows::Listener::search(std::function<void()> done) {
             learn(program, finish);
         finish();
     });
+}
+
+// However much a program announces, it has one survey to answer, and one more after that.
+void AccessibleWindows::Listener::windowsChanged(const std::string& service) {
+    const auto known = programs_.find(service);
+    if (known == programs_.end()) {
+        if (learning_.insert(service).second)
+            learn({service, {}}, [this, service] {
+                learning_.erase(service);
+                if (programs_.contains(service))
+                    windowsChanged(service);
+            });
+        return;
+    }
+    Program& program = known->second;
+    if (std::exchange(program.isSurveyed, true))
+        program.hasNews = true;
+    else
+        survey(service, program.process, 0, [this, service] { surveyed(service); });
+}
+
+void AccessibleWindows::Listener::surveyed(const std::string& service) {
+    shared_->tellChange();
+    const auto known = programs_.find(service);
+    if (known == programs_.end())
+        return;
+    known->second.isSurveyed = false;
+    if (std::exchange(known->second.hasNews, false))
+        windowsChanged(service);
 }
 
 void AccessibleWindows::Listener::learn(const ObjectName& object, std::function<void()> done) {
@@ -345,16 +374,19 @@ void AccessibleWindows::Listener::publish(Question question, WindowReading readi
     if (state.turn < question.turn) {
         state.reading = std::move(reading);
         state.turn = question.turn;
+        state.hungUntil = {};
     }
     state.answered = std::max(state.answered, question.ticket);
     shared_->changed.notify_all();
 }
 
-// What was heard before stays: the title of a program that hangs doesn't change.
+// What was heard before stays: the title of a program that hangs doesn't change. One that has
+// answered a later question hangs no more.
 void AccessibleWindows::Listener::setHung(Question question) {
     const std::lock_guard lock(shared_->mutex);
     ProcessState& state = shared_->processes[question.process];
-    state.hungUntil = Clock::now() + hungPause;
+    if (state.turn < question.turn)
+        state.hungUntil = Clock::now() + hungPause;
     state.answered = std::max(state.answered, question.ticket);
     shared_->changed.notify_all();
 }

@@ -1,8 +1,13 @@
 #include "Linux/Browsers/AccessibleTree.h"
 
+#include "Linux/Desktop/BusCalls.h"
 #include "Text/Encoding.h"
 
 #include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 namespace mnemora::browsers {
 namespace {
@@ -34,9 +39,43 @@ GValueRef callBus(GDBusConnection* bus, const char* interface, const char* membe
         G_DBUS_CALL_FLAGS_NO_AUTO_START, timeout, nullptr, nullptr));
 }
 
+/// Cancels what runs under it at the deadline: to connect to a bus that hangs has no end of its
+/// own.
+class Deadline {
+  public:
+    /// Throws std::system_error when there is no thread to be had.
+    explicit Deadline(AccessibleTree::Time end)
+        : cancellable_(g_cancellable_new()), thread_([this, end] { wait(end); }) {}
+    ~Deadline() {
+        {
+            const std::lock_guard lock(mutex_);
+            isOver_ = true;
+        }
+        over_.notify_all();
+        thread_.join();
+    }
+    Deadline(const Deadline&) = delete;
+    Deadline& operator=(const Deadline&) = delete;
+
+    [[nodiscard]] GCancellable* cancellable() const { return cancellable_.get(); }
+
+  private:
+    void wait(AccessibleTree::Time end) {
+        std::unique_lock lock(mutex_);
+        if (!over_.wait_until(lock, end, [this] { return isOver_; }))
+            g_cancellable_cancel(cancellable_.get());
+    }
+
+    GRef<GCancellable> cancellable_;
+    std::mutex mutex_;
+    std::condition_variable over_;
+    bool isOver_ = false; // guarded by mutex_
+    std::thread thread_;  // last: it uses all of the above
+};
+
 /// Where the accessibility bus is; empty when it is off.
-std::string busAddress(int timeout) {
-    const GRef<GDBusConnection> session(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
+std::string busAddress(int timeout, GCancellable* cancellable) {
+    const GRef<GDBusConnection> session(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, nullptr));
     if (!session)
         return {};
     const auto enabled =
@@ -73,18 +112,23 @@ std::string textIn(const GValueRef& reply) {
 } // namespace
 
 std::optional<AccessibleTree> AccessibleTree::connect(Time deadline) {
-    const int timeout = timeLeft(deadline);
-    const auto address = timeout > 0 ? busAddress(timeout) : std::string();
-    if (address.empty())
+    try {
+        const int timeout = timeLeft(deadline);
+        const Deadline bound(deadline);
+        const auto address = timeout > 0 ? busAddress(timeout, bound.cancellable()) : std::string();
+        if (address.empty())
+            return std::nullopt;
+        constexpr auto flags =
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+        GRef<GDBusConnection> bus(g_dbus_connection_new_for_address_sync(
+            address.c_str(), flags, nullptr, bound.cancellable(), nullptr));
+        if (!bus)
+            return std::nullopt;
+        return AccessibleTree(std::move(bus), deadline);
+    } catch (const std::system_error&) { // no thread to be had
         return std::nullopt;
-    constexpr auto flags =
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    GRef<GDBusConnection> bus(
-        g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr, nullptr, nullptr));
-    if (!bus)
-        return std::nullopt;
-    return AccessibleTree(std::move(bus), deadline);
+    }
 }
 
 GValueRef AccessibleTree::call(const AccessibleObject& object, const char* interface,
@@ -92,7 +136,7 @@ GValueRef AccessibleTree::call(const AccessibleObject& object, const char* inter
     const GValueRef owned(arguments == nullptr ? nullptr : g_variant_ref_sink(arguments));
     const int timeout = timeLeft(deadline_);
     late_ = late_ || timeout <= 0;
-    if (late_)
+    if (late_ || !desktop::isCallable(object.service, object.path))
         return nullptr;
     GError* error = nullptr;
     GValueRef reply(g_dbus_connection_call_sync(

@@ -32,8 +32,17 @@ void forget(gpointer data) {
 
 } // namespace
 
+bool isCallable(const std::string& service, const std::string& path) {
+    return g_dbus_is_name(service.c_str()) != FALSE &&
+           g_variant_is_object_path(path.c_str()) != FALSE;
+}
+
 void callBus(GDBusConnection* bus, const BusMethod& method, GVariant* arguments,
              const char* replyType, int timeoutMs, BusReply reply, GDBusCallFlags flags) {
+    if (!isCallable(method.service, method.path)) {
+        const GValueRef unused(arguments == nullptr ? nullptr : g_variant_ref_sink(arguments));
+        return reply(nullptr, false);
+    }
     auto data = std::make_unique<BusReply>(std::move(reply));
     g_dbus_connection_call(bus, method.service.c_str(), method.path.c_str(),
                            method.interface.c_str(), method.member.c_str(), arguments,

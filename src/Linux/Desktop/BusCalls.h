@@ -23,8 +23,12 @@ using BusReply = std::function<void(GVariant* arguments, bool timedOut)>;
 using BusSignal =
     std::function<void(const std::string& sender, const std::string& path, GVariant* arguments)>;
 
-/// Calls and hands the reply over on the calling thread's main context. `arguments` may be
-/// floating and is taken; a reply of another type than `replyType` counts as an error.
+/// Whether that can be called at all. What a peer names in its answers needn't be a name.
+[[nodiscard]] bool isCallable(const std::string& service, const std::string& path);
+
+/// Calls and hands the reply over on the calling thread's main context, or at once where nothing
+/// has that name. `arguments` may be floating and is taken; a reply of another type than
+/// `replyType` counts as an error.
 void callBus(GDBusConnection* bus, const BusMethod& method, GVariant* arguments,
              const char* replyType, int timeoutMs, BusReply reply,
              GDBusCallFlags flags = G_DBUS_CALL_FLAGS_NONE);

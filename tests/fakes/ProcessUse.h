@@ -1,0 +1,66 @@
+#pragma once
+// What a test of faults counts before and after: whatever a failing peer leaves behind.
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <iterator>
+#include <ostream>
+#include <thread>
+
+namespace mnemora::test {
+
+/// Threads and open descriptors of this process.
+struct ProcessUse {
+    long threads = 0;
+    long descriptors = 0;
+
+    [[nodiscard]] static ProcessUse now() {
+        const auto count = [](const char* folder) {
+            return std::distance(std::filesystem::directory_iterator(folder), {});
+        };
+        return {count("/proc/self/task"), count("/proc/self/fd")};
+    }
+
+    /// Whether the process comes down to this use within `patience`: threads end a moment after
+    /// what waits for them.
+    [[nodiscard]] bool comesBack(std::chrono::milliseconds patience = std::chrono::seconds(10)) {
+        const auto bound = std::chrono::steady_clock::now() + patience;
+        for (auto use = now(); use.threads > threads || use.descriptors > descriptors;
+             use = now()) {
+            if (std::chrono::steady_clock::now() > bound)
+                return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return true;
+    }
+};
+
+inline std::ostream& operator<<(std::ostream& out, const ProcessUse& use) {
+    return out << use.threads << " threads, " << use.descriptors << " descriptors";
+}
+
+/// The longest of several measured waits.
+class LongestWait {
+  public:
+    /// Runs the call and counts how long it took.
+    template <class Call>
+    auto operator()(Call&& call) {
+        struct Measure {
+            LongestWait& owner;
+            std::chrono::steady_clock::time_point began = std::chrono::steady_clock::now();
+            ~Measure() {
+                const auto took = std::chrono::ceil<std::chrono::milliseconds>(
+                    std::chrono::steady_clock::now() - began);
+                owner.longest_ = std::max(owner.longest_, took);
+            }
+        } const measure{*this};
+        return call();
+    }
+    [[nodiscard]] std::chrono::milliseconds longest() const { return longest_; }
+
+  private:
+    std::chrono::milliseconds longest_{0};
+};
+
+} // namespace mnemora::test
