@@ -2,6 +2,7 @@
 
 #include "Linux/Browsers/BrowserTable.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <sys/socket.h>
@@ -42,20 +43,27 @@ bool BrowserConnection::send() {
     return true;
 }
 
-bool BrowserConnection::receive(std::vector<PageAnswer>& answers) {
+std::optional<std::vector<PageMessage>> BrowserConnection::read() {
+    std::vector<PageMessage> messages;
     std::array<char, 64 << 10> bytes;
     const ssize_t count = recv(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-    if (count < 0)
-        return errno == EAGAIN || errno == EINTR;
-    if (count == 0)
-        return false;
+    if (count < 0 && (errno == EAGAIN || errno == EINTR))
+        return messages;
+    if (count <= 0)
+        return std::nullopt;
     input_.append({bytes.data(), static_cast<std::size_t>(count)});
     while (const auto frame = input_.next()) {
         auto message = parsePageMessage(*frame);
-        if (!message || !take(std::move(*message), answers))
-            return false;
+        if (!message)
+            return std::nullopt;
+        messages.push_back(std::move(*message));
     }
-    return !input_.bad();
+    return input_.bad() ? std::nullopt : std::optional(std::move(messages));
+}
+
+bool BrowserConnection::take(std::vector<PageMessage> messages, std::vector<PageAnswer>& answers) {
+    return std::all_of(messages.begin(), messages.end(),
+                       [&](PageMessage& each) { return take(std::move(each), answers); });
 }
 
 void BrowserConnection::abandon(std::vector<PageAnswer>& answers) {

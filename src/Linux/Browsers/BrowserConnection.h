@@ -14,7 +14,7 @@
 
 namespace mnemora::browsers {
 
-/// Used under the lock of the BrowserConnections that owns it.
+/// Used under the lock of the BrowserConnections that owns it, read() excepted.
 class BrowserConnection {
   public:
     using Time = std::chrono::steady_clock::time_point;
@@ -37,9 +37,13 @@ class BrowserConnection {
     [[nodiscard]] bool ask(std::uint64_t request, PageQuestion question, bool focused, Time now);
     /// Sends as much of the queue as the socket takes. False when the peer is gone.
     [[nodiscard]] bool send();
-    /// Reads what has come and appends the answers to `answers`. False when the peer is gone, said
-    /// something that is no message of ours, or serves no browser that we know.
-    [[nodiscard]] bool receive(std::vector<PageAnswer>& answers);
+    /// Reads some of what has come; absent when the peer is gone or said something that is no
+    /// message of ours. Without the lock, on the one thread that reads: what a peer says may take
+    /// long to understand, and nobody is to wait for that.
+    [[nodiscard]] std::optional<std::vector<PageMessage>> read();
+    /// Takes in what was read and appends the answers to `answers`. False when the peer speaks out
+    /// of turn, or serves no browser that we know.
+    [[nodiscard]] bool take(std::vector<PageMessage> messages, std::vector<PageAnswer>& answers);
     /// Appends a refusal for every open question, when the connection ends.
     void abandon(std::vector<PageAnswer>& answers);
 
@@ -48,7 +52,7 @@ class BrowserConnection {
 
     FileDescriptor socket_;
     Time since_;
-    FrameReader input_{longestFromBrowser};
+    FrameReader input_{longestFromBrowser}; // read() only
     std::string output_;
     std::optional<std::string> bundle_;
     std::optional<TabState> state_;

@@ -181,19 +181,31 @@ void BrowserConnections::serve(const std::vector<pollfd>& polled) {
         std::uint64_t count = 0;
         [[maybe_unused]] const auto taken = read(wake_.get(), &count, sizeof count);
     }
+    auto heard = readConnections(std::span(polled).subspan(firstConnectionSlot));
     const std::lock_guard lock(mutex_);
-    serveConnections(std::span(polled).subspan(firstConnectionSlot));
+    serveConnections(std::move(heard));
     if (polled[listenSlot].revents != 0)
         admit();
 }
 
-void BrowserConnections::serveConnections(std::span<const pollfd> polled) {
-    // Only this thread adds and removes connections, so they are in the order of `polled` still.
-    std::vector<PageAnswer> answers;
+// Without the lock: only this thread adds and removes connections, and they are in the order of
+// `polled` still.
+BrowserConnections::Heard BrowserConnections::readConnections(std::span<const pollfd> polled) {
+    Heard heard;
     auto each = connections_.begin();
     for (const auto& socket : polled) {
+        heard.push_back(socket.revents == 0 ? std::vector<PageMessage>() : (*each)->read());
+        ++each;
+    }
+    return heard;
+}
+
+void BrowserConnections::serveConnections(Heard heard) {
+    std::vector<PageAnswer> answers;
+    auto each = connections_.begin();
+    for (auto& messages : heard) {
         auto& connection = **each;
-        bool alive = socket.revents == 0 || connection.receive(answers);
+        bool alive = messages && connection.take(std::move(*messages), answers);
         alive = alive && connection.send() && !connection.isStuck();
         alive = alive &&
                 (connection.bundleIdentifier() || Clock::now() - connection.since() < helloTime);

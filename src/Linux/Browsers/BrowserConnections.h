@@ -59,7 +59,9 @@ class BrowserConnections {
     void run();
     [[nodiscard]] std::vector<pollfd> toPoll() const;
     void serve(const std::vector<pollfd>& polled);
-    void serveConnections(std::span<const pollfd> polled);
+    using Heard = std::vector<std::optional<std::vector<PageMessage>>>;
+    [[nodiscard]] Heard readConnections(std::span<const pollfd> polled);
+    void serveConnections(Heard heard);
     void admit();
     void conclude(const std::vector<PageAnswer>& answers);
     [[nodiscard]] std::optional<PageAnswer> ask(const std::vector<BrowserConnection*>& whom,

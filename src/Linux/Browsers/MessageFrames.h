@@ -25,7 +25,7 @@ class FrameReader {
     /// Messages of more than `longest` bytes count as garbage.
     explicit FrameReader(std::size_t longest) : longest_(longest) {}
 
-    void append(std::string_view bytes) { buffer_.append(bytes); }
+    void append(std::string_view bytes);
     /// The next whole message; absent while it is incomplete, or for good once the stream is bad.
     [[nodiscard]] std::optional<std::string> next();
     /// True once a length of zero or above the limit was announced: where the next message would
@@ -35,6 +35,7 @@ class FrameReader {
   private:
     std::size_t longest_;
     std::string buffer_;
+    std::size_t taken_ = 0; // bytes of buffer_ that next() has given out
     bool bad_ = false;
 };
 
