@@ -4,6 +4,7 @@
 #include "Support/FileDescriptor.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <gio/gunixfdlist.h>
 #include <sys/mman.h>
@@ -11,6 +12,7 @@
 namespace mnemora::test {
 namespace {
 
+constexpr const char* busVariable = "DBUS_SESSION_BUS_ADDRESS";
 constexpr const char* portalPath = "/org/freedesktop/portal/desktop";
 constexpr const char* description = R"(<node>
 <interface name='org.freedesktop.portal.ScreenCast'>
@@ -31,13 +33,21 @@ constexpr const char* description = R"(<node>
 
 } // namespace
 
-PrivateBus::PrivateBus() : bus_(g_test_dbus_new(G_TEST_DBUS_NONE)) {
+PrivateBus::PrivateBus()
+    : former_(std::getenv(busVariable) == nullptr ? "" : std::getenv(busVariable)),
+      bus_(g_test_dbus_new(G_TEST_DBUS_NONE)) {
+    // Starting the bus clears the session's variables; what else is of the session stays.
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    const std::string folder = runtime == nullptr ? "" : runtime;
     g_test_dbus_up(bus_);
+    if (!folder.empty())
+        setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
 }
 
 PrivateBus::~PrivateBus() {
     g_test_dbus_stop(bus_);
     g_object_unref(bus_);
+    former_.empty() ? unsetenv(busVariable) : setenv(busVariable, former_.c_str(), 1);
 }
 
 struct FakePortal::Handlers {

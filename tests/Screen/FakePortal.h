@@ -17,7 +17,7 @@ typedef struct _GVariant GVariant;
 
 namespace mnemora::test {
 
-/// The session's message bus while it lives; one that starts no services.
+/// In place of the session's message bus while it lives; one that starts no services.
 class PrivateBus {
   public:
     PrivateBus();
@@ -26,6 +26,7 @@ class PrivateBus {
     PrivateBus& operator=(const PrivateBus&) = delete;
 
   private:
+    std::string former_;
     GTestDBus* bus_; // owned
 };
 

@@ -53,6 +53,47 @@ std::string automationState(const AutomationFacts& facts) {
     return "No running browser shares its page yet. Restart it, then look here again.";
 }
 
+/// Where the desktop's portal has the say.
+void addConsent(PermissionPage& page, const ScreenConsent::Facts& consent) {
+    if (page.isGranted) {
+        page.notes = {"The desktop remembers your consent, and may show a sign while Mnemora runs. "
+                      "Stopping the sharing there takes it back, too.",
+                      "To undo it, turn it off here."};
+        page.buttons = {{"Turn Off", PermissionAction::forbidScreen}};
+        return;
+    }
+    page.state = consent.isAsking     ? "The desktop is asking you. Choose a monitor and share it."
+                 : consent.wasRefused ? "The desktop doesn't let Mnemora read the screen any more."
+                 : consent.lastFailed ? "The desktop's screen sharing doesn't work at the moment."
+                                      : "The desktop hasn't been asked for the screen yet.";
+    page.notes = {"The desktop asks which monitor to share. Choose the one that you work on, and "
+                  "let it remember the choice if it offers to; else it asks at every start.",
+                  "You can turn it off again on this page. Nothing has to be restarted."};
+    page.buttons = {{consent.isAsking ? "Ask Again" : "Allow", PermissionAction::allowScreen,
+                     !consent.isAsking}};
+}
+
+void describeWayland(PermissionPage& page, const ScreenConsent::Facts& consent) {
+    switch (consent.way) {
+    case ScreenConsent::Way::portal:
+        return addConsent(page, consent);
+    case ScreenConsent::Way::compositor:
+        page.notes = {"This compositor lets every program of yours read the screen, so there is "
+                      "nothing to switch on or off here. To stop it, quit Mnemora."};
+        return;
+    case ScreenConsent::Way::unknown:
+        page.state = "The desktop hasn't said yet whether it shares its screen.";
+        return;
+    case ScreenConsent::Way::none:
+        page.state = "This Wayland session offers no way to read its screen.";
+        page.notes = {"Screens are shared by PipeWire and the package xdg-desktop-portal with the "
+                      "backend of your desktop, such as xdg-desktop-portal-gnome. Install what is "
+                      "missing, then log in again.",
+                      "Titles and browser pages are kept without it."};
+        return;
+    }
+}
+
 } // namespace
 
 std::optional<Permission> permissionOf(std::string_view address) {
@@ -108,13 +149,11 @@ PermissionPage screenPage(const ScreenFacts& facts) {
         .state = "Granted: the screen can be read.",
         .explanation = "Mnemora looks at the first display every few seconds and keeps the text on "
                        "it, never the picture. Windows that are private aren't read."};
-    if (facts.canRead) {
+    if (facts.isWayland) {
+        describeWayland(page, facts.consent);
+    } else if (facts.canRead) {
         page.notes = {"On X11 every program of yours may read the screen, so there is nothing to "
                       "switch on or off here. To stop it, quit Mnemora."};
-    } else if (facts.isWayland) {
-        page.state = "This is a Wayland session, whose screen Mnemora can't read.";
-        page.notes = {"Log out and choose the session of your desktop that runs on X11 or Xorg on "
-                      "the login screen. Titles and browser pages are kept without it."};
     } else {
         page.state = "The X server doesn't let Mnemora read the screen.";
         page.notes = {"It has to be started in your own session, with DISPLAY naming a screen that "

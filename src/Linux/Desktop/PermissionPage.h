@@ -3,6 +3,7 @@
 // session: what is missing, the one button that does it, what has to be restarted, how to undo it.
 
 #include "Linux/Browsers/BrowserIntegration.h"
+#include "Linux/Screen/ScreenConsent.h"
 
 #include <filesystem>
 #include <optional>
@@ -21,6 +22,8 @@ enum class Permission { accessibility, screenCapture, automation };
 enum class PermissionAction {
     turnAccessibilityOn,
     turnAccessibilityOff,
+    allowScreen,
+    forbidScreen,
     installExtension,
     removeExtension
 };
@@ -59,6 +62,7 @@ struct AccessibilityFacts {
 struct ScreenFacts {
     bool canRead = false;
     bool isWayland = false;
+    ScreenConsent::Facts consent = {}; ///< in a Wayland session
 };
 
 struct AutomationFacts {

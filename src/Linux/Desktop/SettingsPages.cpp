@@ -6,28 +6,16 @@
 
 #include <QCoreApplication>
 
-#include <cstdlib>
-#include <string_view>
 #include <utility>
 
 namespace mnemora::desktop {
-namespace {
 
 using browsers::BrowserIntegration;
 
-std::string_view variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
-bool isWaylandSession() {
-    return !variable("WAYLAND_DISPLAY").empty() || variable("XDG_SESSION_TYPE") == "wayland";
-}
-
-} // namespace
-
-SettingsPages::SettingsPages(GLibThread& thread, std::filesystem::path prefix)
-    : accessibility_(thread), locations_(BrowserIntegration::locations(prefix)) {
+SettingsPages::SettingsPages(GLibThread& thread, std::filesystem::path prefix,
+                             std::shared_ptr<ScreenConsent> consent)
+    : accessibility_(thread), locations_(BrowserIntegration::locations(prefix)),
+      consent_(std::move(consent)) {
     accessibility_.refresh();
 }
 
@@ -60,7 +48,8 @@ PermissionPage SettingsPages::page(Permission permission) {
     case Permission::screenCapture:
         return screenPage(
             {.canRead = services.screenCapture && services.screenCapture->isPermitted(),
-             .isWayland = isWaylandSession()});
+             .isWayland = consent_ != nullptr,
+             .consent = consent_ ? consent_->facts() : ScreenConsent::Facts()});
     case Permission::automation:
         break;
     }
@@ -86,6 +75,10 @@ void SettingsPages::act(PermissionAction action) {
         return accessibility_.set(true);
     case PermissionAction::turnAccessibilityOff:
         return accessibility_.set(false);
+    case PermissionAction::allowScreen:
+        return consent_ ? consent_->ask() : void();
+    case PermissionAction::forbidScreen:
+        return consent_ ? consent_->withdraw() : void();
     case PermissionAction::installExtension:
         return change(true);
     case PermissionAction::removeExtension:

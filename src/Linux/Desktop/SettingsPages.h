@@ -4,6 +4,7 @@
 
 #include "Linux/Desktop/AccessibilitySwitch.h"
 #include "Linux/Desktop/PermissionPage.h"
+#include "Linux/Screen/ScreenConsent.h"
 
 #include <filesystem>
 #include <map>
@@ -18,8 +19,10 @@ class PermissionWindow;
 /// as nothing is opened.
 class SettingsPages {
   public:
-    /// `thread` outlives the pages; `prefix` is where this installation lies.
-    SettingsPages(GLibThread& thread, std::filesystem::path prefix);
+    /// `thread` outlives the pages; `prefix` is where this installation lies; `consent` is null
+    /// where nobody is asked for the screen.
+    SettingsPages(GLibThread& thread, std::filesystem::path prefix,
+                  std::shared_ptr<ScreenConsent> consent = nullptr);
     ~SettingsPages();
     SettingsPages(const SettingsPages&) = delete;
     SettingsPages& operator=(const SettingsPages&) = delete;
@@ -35,6 +38,7 @@ class SettingsPages {
 
     AccessibilitySwitch accessibility_;
     browsers::BrowserIntegration::Locations locations_;
+    std::shared_ptr<ScreenConsent> consent_;
     bool lastInstallationFailed_ = false;
     std::map<Permission, std::unique_ptr<PermissionWindow>> windows_;
     bool endsWithApplication_ = false; // whether the application's end was asked to close windows

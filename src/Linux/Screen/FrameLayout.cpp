@@ -49,13 +49,13 @@ Image upright(const Image& image, std::uint32_t transform) {
             int fromY = y;
             switch (transform % flip) {
             case 1:
-                fromX = image.width - 1 - y, fromY = seen;
+                fromX = y, fromY = image.height - 1 - seen;
                 break;
             case 2:
                 fromX = image.width - 1 - seen, fromY = image.height - 1 - y;
                 break;
             case 3:
-                fromX = y, fromY = image.height - 1 - seen;
+                fromX = image.width - 1 - y, fromY = seen;
                 break;
             default:
                 break;

@@ -14,13 +14,20 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::uint32_t maxSide = 16384;
-// A compositor that draws upon request answers with the next frame of the display, some 16 ms
-// later; one that sends changes only sends nothing while there are none.
-constexpr auto patienceForChange = 400ms;
+// A compositor that draws when a cast goes on does it with the next frame of the display.
+constexpr auto patienceAfterRest = 400ms;
+// As many pictures a second a change-driven cast may send; nobody needs more.
+constexpr std::uint32_t maxRate = 4;
+// What has changed has been sent after this time, a little more than the rate's.
+constexpr auto patienceForChange = 350ms;
 
 void start() {
     static std::once_flag once;
     std::call_once(once, [] { pw_init(nullptr, nullptr); });
+}
+
+void destroyRegistry(pw_registry* registry) {
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
 }
 
 template <auto destroy>
@@ -49,6 +56,8 @@ const spa_pod* offeredFormat(std::array<std::uint8_t, 1024>& memory) {
     const spa_rectangle largest{maxSide, maxSide};
     const spa_fraction still{0, 1}; // frames come when something changes
     const spa_fraction fastest{1000, 1};
+    const spa_fraction slow{1, 1};
+    const spa_fraction enough{maxRate, 1};
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, memory.data(), static_cast<std::uint32_t>(memory.size()));
     spa_pod_frame frame{};
@@ -59,7 +68,8 @@ const spa_pod* offeredFormat(std::array<std::uint8_t, 1024>& memory) {
         SPA_POD_CHOICE_ENUM_Id(5, SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRx,
                                SPA_VIDEO_FORMAT_BGRA, SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_RGBA),
         SPA_FORMAT_VIDEO_size, SPA_POD_CHOICE_RANGE_Rectangle(&usual, &smallest, &largest),
-        SPA_FORMAT_VIDEO_framerate, SPA_POD_CHOICE_RANGE_Fraction(&still, &still, &fastest), 0);
+        SPA_FORMAT_VIDEO_framerate, SPA_POD_CHOICE_RANGE_Fraction(&still, &still, &fastest),
+        SPA_FORMAT_VIDEO_maxFramerate, SPA_POD_CHOICE_RANGE_Fraction(&enough, &slow, &enough), 0);
     return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
 }
 
@@ -74,6 +84,13 @@ const spa_pod* offeredBuffers(std::array<std::uint8_t, 1024>& memory) {
     return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
 }
 
+/// Not all buffers hold one: some only move the pointer, or say that a frame was lost.
+bool isFrame(const spa_buffer& buffer) {
+    return buffer.n_datas > 0 && buffer.datas[0].chunk != nullptr &&
+           (buffer.datas[0].chunk->flags & SPA_CHUNK_FLAG_CORRUPTED) == 0 &&
+           buffer.datas[0].chunk->size > 0;
+}
+
 } // namespace
 
 /// In the order in which they are made; the loop's thread has to stand still before any goes.
@@ -82,7 +99,9 @@ struct PipeWireFrames::Handles {
     std::unique_ptr<pw_context, Destroy<pw_context_destroy>> context;
     std::unique_ptr<pw_core, Destroy<pw_core_disconnect>> core;
     std::unique_ptr<pw_stream, Destroy<pw_stream_destroy>> stream;
+    std::unique_ptr<pw_registry, Destroy<destroyRegistry>> registry;
     spa_hook coreHook{};
+    spa_hook registryHook{};
     spa_hook streamHook{};
 };
 
@@ -90,6 +109,11 @@ struct PipeWireFrames::Events {
     static void failed(void* data, std::uint32_t id, int, int, const char*) {
         if (id == PW_ID_CORE)
             static_cast<PipeWireFrames*>(data)->end();
+    }
+    static void globalRemoved(void* data, std::uint32_t id) {
+        auto* self = static_cast<PipeWireFrames*>(data);
+        if (id == self->node_)
+            self->end();
     }
     static void stateChanged(void* data, pw_stream_state, pw_stream_state state, const char*) {
         auto* self = static_cast<PipeWireFrames*>(data);
@@ -101,6 +125,11 @@ struct PipeWireFrames::Events {
         if (id == SPA_PARAM_Format && parameter != nullptr)
             static_cast<PipeWireFrames*>(data)->chooseFormat(parameter);
     }
+    static void bufferRemoved(void* data, pw_buffer* buffer) {
+        auto* self = static_cast<PipeWireFrames*>(data);
+        if (self->held_ == buffer)
+            self->held_ = nullptr;
+    }
     static void process(void* data) { static_cast<PipeWireFrames*>(data)->takeFrames(); }
 
     static pw_core_events core() {
@@ -109,11 +138,18 @@ struct PipeWireFrames::Events {
         events.error = failed;
         return events;
     }
+    static pw_registry_events registry() {
+        pw_registry_events events{};
+        events.version = PW_VERSION_REGISTRY_EVENTS;
+        events.global_remove = globalRemoved;
+        return events;
+    }
     static pw_stream_events stream() {
         pw_stream_events events{};
         events.version = PW_VERSION_STREAM_EVENTS;
         events.state_changed = stateChanged;
         events.param_changed = parameterChanged;
+        events.remove_buffer = bufferRemoved;
         events.process = process;
         return events;
     }
@@ -132,6 +168,7 @@ PipeWireFrames::~PipeWireFrames() {
     if (handles_->loop)
         pw_thread_loop_stop(handles_->loop.get());
     handles_->stream.reset();
+    handles_->registry.reset();
     handles_->core.reset();
     handles_->context.reset();
 }
@@ -152,17 +189,31 @@ bool PipeWireFrames::connect(FileDescriptor remote, std::uint32_t node, std::str
     // The library closes the descriptor, also when it fails.
     handles_->core.reset(
         pw_context_connect_fd(handles_->context.get(), remote.release(), nullptr, 0));
-    if (!handles_->core || !startStream(node)) {
-        reason = "PipeWire can't be reached";
-        return false;
+    if (handles_->core) {
+        node_ = node;
+        watch();
+        if (startStream())
+            return true;
     }
-    return true;
+    reason = "PipeWire can't be reached";
+    return false;
 }
 
-bool PipeWireFrames::startStream(std::uint32_t node) {
+/// A session manager links a stream whose source has gone to another one, a camera for instance,
+/// and its flag against that keeps a source that has just come from being found at all (WirePlumber
+/// 0.4). So the source's end is watched for.
+void PipeWireFrames::watch() {
     static const pw_core_events coreEvents = Events::core();
+    static const pw_registry_events registryEvents = Events::registry();
+    auto* core = handles_->core.get();
+    pw_core_add_listener(core, &handles_->coreHook, &coreEvents, this);
+    handles_->registry.reset(pw_core_get_registry(core, PW_VERSION_REGISTRY, 0));
+    pw_registry_add_listener(handles_->registry.get(), &handles_->registryHook, &registryEvents,
+                             this);
+}
+
+bool PipeWireFrames::startStream() {
     static const pw_stream_events streamEvents = Events::stream();
-    pw_core_add_listener(handles_->core.get(), &handles_->coreHook, &coreEvents, this);
     handles_->stream.reset(
         pw_stream_new(handles_->core.get(), "Mnemora",
                       pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY,
@@ -172,46 +223,56 @@ bool PipeWireFrames::startStream(std::uint32_t node) {
     pw_stream_add_listener(handles_->stream.get(), &handles_->streamHook, &streamEvents, this);
     std::array<std::uint8_t, 1024> memory{};
     const spa_pod* format = offeredFormat(memory);
-    constexpr auto flags =
-        static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_INACTIVE |
-                                     PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_DONT_RECONNECT);
-    return pw_stream_connect(handles_->stream.get(), PW_DIRECTION_INPUT, node, flags, &format, 1) ==
-           0;
+    constexpr auto flags = static_cast<pw_stream_flags>(
+        PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_INACTIVE | PW_STREAM_FLAG_MAP_BUFFERS);
+    return pw_stream_connect(handles_->stream.get(), PW_DIRECTION_INPUT, node_, flags, &format,
+                             1) == 0;
 }
 
 Outcome<Image> PipeWireFrames::picture(std::chrono::milliseconds patience) {
     const Locked lock(handles_->loop.get());
     if (ended_)
         return Failure{"the screen cast has ended"};
-    takeFrames(); // what was under way when the last picture was complete
-    isNew_ = false;
-    isWanted_ = true;
-    pw_stream_set_active(handles_->stream.get(), true);
-    const bool hasCome = waitForPicture(patience);
-    isWanted_ = false;
-    pw_stream_set_active(handles_->stream.get(), false);
+    begin();
+    (void)waitForFrame(follows_ ? patienceForChange : hasRested_ ? patienceAfterRest : patience);
+    // One that sends changes only has forgotten those of the rest. From now on it gets none, and
+    // what it sent last is what there is to see.
+    follows_ = follows_ || (!isNew_ && isStreaming_);
+    if (held_ == nullptr)
+        (void)waitForFrame(patience);
+    const auto image = heldImage();
+    if (!follows_)
+        rest();
     if (ended_)
         return Failure{"the screen cast has ended"};
-    if (!hasCome)
+    if (!image)
         return Failure{"the compositor sent no picture"};
-    return *picture_;
+    return *image;
 }
 
-bool PipeWireFrames::waitForPicture(std::chrono::milliseconds patience) {
-    using Clock = std::chrono::steady_clock;
-    const auto begin = Clock::now();
-    while (!isNew_ && !ended_) {
-        const auto passed = Clock::now() - begin;
-        if (passed >= patience)
-            return false;
-        // Running without a frame means that nothing has changed since the last one.
-        if (picture_ && isStreaming_ && passed >= patienceForChange)
-            return true;
-        constexpr auto step = std::chrono::nanoseconds(50ms);
-        timespec until{};
-        pw_thread_loop_get_time(handles_->loop.get(), &until, step.count());
-        (void)pw_thread_loop_timed_wait_full(handles_->loop.get(), &until);
-    }
+void PipeWireFrames::begin() {
+    isNew_ = false;
+    if (follows_)
+        return;
+    takeFrames(); // what was under way when the last picture was complete, and nobody wants
+    isWanted_ = true;
+    pw_stream_set_active(handles_->stream.get(), true);
+}
+
+void PipeWireFrames::rest() {
+    isWanted_ = false;
+    hasRested_ = true;
+    hold(nullptr);
+    pw_stream_set_active(handles_->stream.get(), false);
+}
+
+bool PipeWireFrames::waitForFrame(std::chrono::milliseconds patience) {
+    timespec until{};
+    pw_thread_loop_get_time(handles_->loop.get(), &until,
+                            std::chrono::nanoseconds(patience).count());
+    while (!isNew_ && !ended_)
+        if (pw_thread_loop_timed_wait_full(handles_->loop.get(), &until) != 0)
+            break;
     return isNew_;
 }
 
@@ -225,7 +286,6 @@ void PipeWireFrames::chooseFormat(const spa_pod* format) {
                .height = static_cast<int>(info.size.height),
                .isRedFirst =
                    info.format == SPA_VIDEO_FORMAT_RGBx || info.format == SPA_VIDEO_FORMAT_RGBA};
-    picture_.reset(); // of another size
     std::array<std::uint8_t, 1024> memory{};
     const spa_pod* buffers = offeredBuffers(memory);
     pw_stream_update_params(handles_->stream.get(), &buffers, 1);
@@ -234,32 +294,33 @@ void PipeWireFrames::chooseFormat(const spa_pod* format) {
 void PipeWireFrames::takeFrames() {
     auto* stream = handles_->stream.get();
     while (pw_buffer* buffer = pw_stream_dequeue_buffer(stream)) {
-        if (isWanted_)
-            take(*buffer->buffer);
-        pw_stream_queue_buffer(stream, buffer);
+        if (isWanted_ && isFrame(*buffer->buffer)) {
+            hold(buffer);
+            isNew_ = true;
+        } else {
+            pw_stream_queue_buffer(stream, buffer);
+        }
     }
     if (isNew_)
         pw_thread_loop_signal(handles_->loop.get(), false);
 }
 
-void PipeWireFrames::take(const spa_buffer& buffer) {
-    if (buffer.n_datas == 0 || buffer.datas[0].chunk == nullptr)
-        return;
-    const spa_data& data = buffer.datas[0];
-    const spa_chunk& chunk = *data.chunk;
-    if ((chunk.flags & SPA_CHUNK_FLAG_CORRUPTED) != 0 || chunk.size == 0)
-        return;
-    auto image = imageIn(static_cast<const std::uint8_t*>(data.data), data.maxsize, chunk.offset,
-                         chunk.stride, layout_);
-    if (!image)
-        return;
-    picture_ = std::move(image);
-    isNew_ = true;
+/// Keeps the newest frame where it is; copying each would cost more than all else.
+void PipeWireFrames::hold(pw_buffer* buffer) {
+    if (pw_buffer* former = std::exchange(held_, buffer))
+        pw_stream_queue_buffer(handles_->stream.get(), former);
+}
+
+std::optional<Image> PipeWireFrames::heldImage() const {
+    if (held_ == nullptr || !isStreaming_ || ended_)
+        return std::nullopt;
+    const spa_data& data = held_->buffer->datas[0];
+    return imageIn(static_cast<const std::uint8_t*>(data.data), data.maxsize, data.chunk->offset,
+                   data.chunk->stride, layout_);
 }
 
 void PipeWireFrames::end() {
     ended_ = true;
-    picture_.reset();
     pw_thread_loop_signal(handles_->loop.get(), false);
 }
 

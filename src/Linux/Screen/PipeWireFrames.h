@@ -1,6 +1,8 @@
 #pragma once
-// A screen cast over PipeWire (https://docs.pipewire.org/page_streams.html). The stream is paused
-// between pictures, so the compositor draws nothing for it and neither side uses the processor.
+// A screen cast over PipeWire (https://docs.pipewire.org/page_streams.html). The stream rests
+// between pictures, so that the compositor draws nothing for it and neither side uses the
+// processor. Only with a source that doesn't send the whole screen after a rest it goes on, four
+// frames a second at most and none while nothing changes.
 
 #include "Linux/Screen/FrameLayout.h"
 #include "Linux/Screen/FrameStream.h"
@@ -16,7 +18,6 @@ struct pw_context;
 struct pw_core;
 struct pw_stream;
 struct pw_thread_loop;
-struct spa_buffer;
 struct spa_pod;
 
 namespace mnemora::pipewire {
@@ -39,20 +40,27 @@ class PipeWireFrames final : public FrameStream {
 
     PipeWireFrames();
     [[nodiscard]] bool connect(FileDescriptor remote, std::uint32_t node, std::string& reason);
-    [[nodiscard]] bool startStream(std::uint32_t node);
-    [[nodiscard]] bool waitForPicture(std::chrono::milliseconds patience);
+    void watch();
+    [[nodiscard]] bool startStream();
+    void begin();
+    void rest();
+    [[nodiscard]] bool waitForFrame(std::chrono::milliseconds patience);
     void chooseFormat(const spa_pod* format);
     void takeFrames();
-    void take(const spa_buffer& buffer);
+    void hold(pw_buffer* buffer);
+    [[nodiscard]] std::optional<Image> heldImage() const;
     void end();
 
     std::unique_ptr<Handles> handles_;
     // The rest is guarded by the thread loop's lock.
+    std::uint32_t node_ = 0;
     FrameLayout layout_;
-    bool isWanted_ = false;
+    bool isWanted_ = false; // frames are of interest now
     bool isStreaming_ = false;
-    std::optional<Image> picture_; // the newest
-    bool isNew_ = false;           // picture_ came since it was last asked for
+    bool hasRested_ = false;
+    bool follows_ = false;      // the stream never rests: its source sends changes only
+    pw_buffer* held_ = nullptr; // the newest frame, not yet given back
+    bool isNew_ = false;        // held_ came since it was last asked for
     std::atomic<bool> ended_ = false;
 };
 

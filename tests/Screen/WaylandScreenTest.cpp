@@ -1,0 +1,169 @@
+// The screen of a real Wayland session: the compositor's own protocol, and its desktop portal with
+// a real media server. Runs inside scripts/wayland-session.
+
+#include "Linux/Screen/WaylandScreenCapture.h"
+
+#include "Linux/Engines/EngineTextRecognizer.h"
+#include "Screen/FakePortal.h"
+#include "desktop/Program.h"
+#include "fakes/CapturedStderr.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <optional>
+#include <thread>
+
+namespace mnemora::wayland {
+namespace {
+
+using namespace std::chrono_literals;
+using desktop::Program;
+
+bool eventually(const std::function<bool()>& holds) {
+    const auto bound = std::chrono::steady_clock::now() + 30s;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > bound)
+            return false;
+        std::this_thread::sleep_for(20ms);
+    }
+    return true;
+}
+
+std::filesystem::path folder(const char* variable) {
+    return std::getenv(variable);
+}
+
+void sway(const std::string& command) {
+    ASSERT_EQ(std::system(("swaymsg -q '" + command + "'").c_str()), 0);
+}
+
+struct OpenGuard final : FrontWindowGuard {
+    bool contentMayBeRead() override { return true; }
+};
+struct NoRegions final : WithheldRegions {
+    std::optional<desktop::Area> withheld() override { return desktop::Area(); }
+};
+
+/// A terminal that fills the screen and shows one line.
+class TextWindow {
+  public:
+    explicit TextWindow(const std::string& text)
+        : terminal_({"foot", "--fullscreen", "--font=DejaVu Sans Mono:size=20", "sh", "-c",
+                     "echo '" + text + "'; touch $XDG_RUNTIME_DIR/shown; sleep 1000"}) {
+        const auto mark = folder("XDG_RUNTIME_DIR") / "shown";
+        EXPECT_TRUE(eventually([&] { return std::filesystem::remove(mark); }));
+    }
+
+  private:
+    Program terminal_;
+};
+
+class WaylandScreenTest : public ::testing::Test {
+  protected:
+    WaylandScreenCapture& run() {
+        capture_.emplace(
+            CaptureChecks{.guard = std::make_shared<OpenGuard>(),
+                          .regions = std::make_shared<NoRegions>(),
+                          .hasRoom = [] { return true; }},
+            thread_,
+            portal::ScreenCastPortal::Options{
+                .token = token_, .keepToken = [this](const std::string& kept) { token_ = kept; }});
+        capture_->waitUntilKnown(20s);
+        return *capture_;
+    }
+    Outcome<Image> picture() {
+        const auto displays = capture_->displays();
+        if (!displays)
+            return Failure{displays.description()};
+        if (displays->empty())
+            return Failure{"no display"};
+        const auto& first = displays->front();
+        return capture_->image(first, first.width, first.height);
+    }
+    /// Whether pictures come to hold the text; a window needs a moment to be drawn.
+    bool reads(const std::string& text) {
+        return eventually([&] {
+            const auto image = picture();
+            if (!image)
+                return false;
+            for (const auto& line : recognizer_.recognize(*image))
+                if (line.bestCandidate && line.bestCandidate->find(text) != std::string::npos)
+                    return true;
+            return false;
+        });
+    }
+
+    std::string token_; // the thread's while a capture lives
+
+  private:
+    desktop::GLibThread thread_{"test-listener"};
+    EngineTextRecognizer recognizer_{EngineSettings::ofInstallation()};
+    std::optional<WaylandScreenCapture> capture_;
+};
+
+TEST_F(WaylandScreenTest, CopiesTheScreenWhereThereIsNoPortal) {
+    const test::PrivateBus withoutServices;
+    const test::CapturedStderr log;
+    auto& capture = run();
+    EXPECT_TRUE(capture.isPermitted()) << "without asking";
+    EXPECT_EQ(capture.facts().way, ScreenConsent::Way::compositor);
+    EXPECT_EQ(log.text(), "[mnemora] the screen is read by the compositor's wlr-screencopy\n");
+    const TextWindow window("walnut shelves");
+    EXPECT_TRUE(reads("walnut shelves"));
+    for (const char* turn : {"90", "180", "270", "flipped", "flipped-90", "flipped-270"}) {
+        sway("output HEADLESS-1 transform " + std::string(turn));
+        EXPECT_TRUE(reads("walnut shelves")) << turn;
+    }
+    sway("output HEADLESS-1 transform normal");
+}
+
+class PortalScreenTest : public WaylandScreenTest {
+  protected:
+    void SetUp() override {
+        const auto config = folder("HOME") / ".config/xdg-desktop-portal-wlr";
+        std::filesystem::create_directories(config);
+        std::ofstream(config / "config") << "[screencast]\nchooser_type=none\n";
+        startServer();
+    }
+    void startServer() {
+        server_.emplace(std::vector<std::string>{"pipewire"});
+        ASSERT_TRUE(eventually(
+            [] { return std::filesystem::exists(folder("XDG_RUNTIME_DIR") / "pipewire-0"); }));
+        manager_.emplace(std::vector<std::string>{"wireplumber"});
+        // The backend isn't started by the bus because it needs the library here.
+        backend_.emplace(std::vector<std::string>{"env", "LD_PRELOAD=" WITHOUT_GRAPHICS_CARD,
+                                                  "/usr/libexec/xdg-desktop-portal-wlr"});
+    }
+    void stopServer() {
+        backend_.reset();
+        manager_.reset();
+        server_.reset();
+    }
+
+  private:
+    std::optional<Program> server_;
+    std::optional<Program> manager_;
+    std::optional<Program> backend_;
+};
+
+TEST_F(PortalScreenTest, CastsTheScreenOnceAllowed) {
+    auto& capture = run();
+    EXPECT_EQ(capture.facts().way, ScreenConsent::Way::portal);
+    EXPECT_FALSE(capture.isPermitted()) << "before anybody was asked";
+    EXPECT_TRUE(capture.displays()->empty());
+    capture.ask();
+    ASSERT_TRUE(eventually([&] { return capture.isPermitted(); }));
+    {
+        const TextWindow window("brass hinges");
+        ASSERT_TRUE(reads("brass hinges"));
+        for (int still = 0; still < 3; ++still)
+            EXPECT_TRUE(picture()) << "of a screen on which nothing changes";
+    }
+    const TextWindow window("marble stairs");
+    EXPECT_TRUE(reads("marble stairs"));
+}
+
+} // namespace
+} // namespace mnemora::wayland
