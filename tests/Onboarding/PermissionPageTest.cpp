@@ -1,5 +1,6 @@
 #include "Linux/Desktop/PermissionPage.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace mnemora::desktop {
@@ -64,9 +65,33 @@ TEST(PermissionPage, AccessibilityOffersTheOtherPositionOfTheSwitch) {
 
 TEST(PermissionPage, ScreenSaysWhatIsWrongInThisSession) {
     EXPECT_TRUE(screenPage({.canRead = true}).isGranted);
-    EXPECT_NE(wholeText(screenPage({.isWayland = true})).find("Wayland"), std::string::npos);
     EXPECT_NE(wholeText(screenPage({})).find("DISPLAY"), std::string::npos);
     EXPECT_TRUE(screenPage({}).buttons.empty());
+}
+
+TEST(PermissionPage, ScreenAsksOnlyWhereThereIsSomebodyToAsk) {
+    using Way = ScreenConsent::Way;
+    const auto page = [](bool canRead, const ScreenConsent::Facts& consent) {
+        return screenPage({.canRead = canRead, .isWayland = true, .consent = consent});
+    };
+    EXPECT_TRUE(page(false, {.way = Way::unknown}).buttons.empty());
+    EXPECT_TRUE(page(true, {.way = Way::compositor}).buttons.empty());
+    const auto none = page(false, {.way = Way::none});
+    EXPECT_TRUE(none.buttons.empty());
+    EXPECT_NE(wholeText(none).find("xdg-desktop-portal"), std::string::npos);
+    EXPECT_EQ(actions(page(true, {.way = Way::portal})),
+              std::vector{PermissionAction::forbidScreen});
+    std::vector<std::string> states;
+    for (const auto& consent : {ScreenConsent::Facts{.way = Way::portal},
+                                {.way = Way::portal, .isAsking = true},
+                                {.way = Way::portal, .wasRefused = true},
+                                {.way = Way::portal, .lastFailed = true}}) {
+        const auto asked = page(false, consent);
+        EXPECT_EQ(actions(asked), std::vector{PermissionAction::allowScreen});
+        EXPECT_FALSE(asked.isGranted);
+        EXPECT_EQ(std::ranges::count(states, asked.state), 0) << asked.state;
+        states.push_back(asked.state);
+    }
 }
 
 TEST(PermissionPage, AutomationOffersWhatIsLeftToDoInSomeBrowser) {

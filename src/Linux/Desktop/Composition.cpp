@@ -20,6 +20,7 @@
 #include "Linux/Desktop/WithheldWindows.h"
 #include "Linux/Engines/EngineSpeechService.h"
 #include "Linux/Engines/EngineTextRecognizer.h"
+#include "Linux/Screen/WaylandScreenCapture.h"
 #include "Linux/Screen/X11ScreenCapture.h"
 #include "Linux/Sound/SoundModule.h"
 #include "Linux/Wayland/Connection.h"
@@ -47,6 +48,11 @@ using namespace std::chrono_literals;
 
 // The accessibility bus may have to be started first.
 constexpr auto patienceAtStart = 1500ms;
+// As long as the setup window isn't opened for nothing because a portal is slow to say that it
+// isn't there; it has been asked before the bus above.
+constexpr auto patienceWithPortal = 500ms;
+// Where the desktop's consent is kept from one run to the next.
+constexpr const char* consentKey = "screen.restoreToken";
 
 std::filesystem::path hostProgram() {
     std::error_code error;
@@ -91,6 +97,22 @@ windowSource(const std::shared_ptr<atspi::AccessibleWindows>& accessible,
         .accessible = accessible, .catalogue = catalogue, .changed = std::move(changed)});
 }
 
+/// The screen of a Wayland session; null in any other.
+std::shared_ptr<wayland::WaylandScreenCapture>
+sharedScreen(const CaptureChecks& checks, GLibThread& listener,
+             const std::shared_ptr<QtMainLoop>& mainLoop,
+             const std::shared_ptr<UserDefaults>& defaults) {
+    if (!wayland::isWaylandSession())
+        return nullptr;
+    const auto keep = [mainLoop, defaults](const std::string& token) {
+        mainLoop->post([defaults, token] { defaults->set(consentKey, token); });
+    };
+    return std::make_shared<wayland::WaylandScreenCapture>(
+        checks, listener,
+        portal::ScreenCastPortal::Options{.token = defaults->text(consentKey).value_or(""),
+                                          .keepToken = keep});
+}
+
 } // namespace
 
 bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& listener,
@@ -105,9 +127,6 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
         });
     if (!workspace)
         return false;
-    workspace->setSettingsOpener(
-        [pages = std::make_shared<SettingsPages>(listener, installation::prefix())](
-            const std::string& address) { return pages->open(address); });
     const auto guard = std::make_shared<FrontContentGuard>(
         [workspace](std::chrono::milliseconds patience) {
             return workspace->freshFrontWindow(patience);
@@ -122,21 +141,26 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     const auto recognizer =
         std::make_shared<EngineTextRecognizer>(EngineSettings::ofInstallation());
     services.textRecognizer = recognizer;
-    services.screenCapture = std::make_shared<x11::X11ScreenCapture>(
-        CaptureChecks{.guard = guard,
-                      .regions = std::make_shared<WithheldWindows>(
-                          [workspace](std::chrono::milliseconds patience) {
-                              return workspace->settledStack(patience);
-                          },
-                          windows, catalogue),
-                      .hasRoom = [recognizer] { return recognizer->hasRoom(); },
-                      .windowChanges = [workspace] { return workspace->windowChanges(); }});
+    services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
+    CaptureChecks checks{.guard = guard,
+                         .regions = std::make_shared<WithheldWindows>(
+                             [workspace](std::chrono::milliseconds patience) {
+                                 return workspace->settledStack(patience);
+                             },
+                             windows, catalogue),
+                         .hasRoom = [recognizer] { return recognizer->hasRoom(); },
+                         .windowChanges = [workspace] { return workspace->windowChanges(); }};
+    const auto shared = sharedScreen(checks, listener, mainLoop, services.defaults);
+    services.screenCapture = shared ? std::shared_ptr<ScreenCapture>(shared)
+                                    : std::make_shared<x11::X11ScreenCapture>(std::move(checks));
+    workspace->setSettingsOpener(
+        [pages = std::make_shared<SettingsPages>(listener, installation::prefix(), shared)](
+            const std::string& address) { return pages->open(address); });
     auto sound = loadSoundDevices(mainLoop);
     services.audioInput = std::move(sound.input);
     services.systemAudio = std::move(sound.output);
     services.speech =
         std::make_shared<EngineSpeechService>(SpeechEngineSettings::ofInstallation(), mainLoop);
-    services.defaults = std::make_shared<SettingsFile>(userFolders::settings() / "defaults.json");
     services.application = std::make_shared<DesktopApplication>(std::move(quit));
     services.statusArea = std::make_shared<DesktopStatusArea>();
     // Elsewhere a card would be a window like any other, with the focus.
@@ -148,6 +172,8 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     installDesktopServices(std::move(services));
     // The first thing the sampler says is whether titles can be read.
     (void)windows->waitUntilKnown(patienceAtStart);
+    if (shared)
+        shared->waitUntilKnown(patienceWithPortal);
     return true;
 }
 

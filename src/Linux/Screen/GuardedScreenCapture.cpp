@@ -44,6 +44,11 @@ Outcome<std::vector<Display>> GuardedScreenCapture::displays() {
         return taken->displays;
     auto parts = *before;
     parts.insert(parts.end(), after->begin(), after->end());
+    // Where nobody tells the places of windows, a withheld one may be anywhere.
+    if (std::ranges::any_of(parts, [&](const auto& part) {
+            return desktop::intersection(part, taken->place) == taken->place;
+        }))
+        return std::vector<Display>();
     keep(Picture{taken->displays.front(),
                  parts.empty() ? taken->image : blackened(taken->image, taken->place, parts)});
     return taken->displays;
