@@ -8,7 +8,6 @@ import pathlib
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
@@ -41,10 +40,8 @@ class StatusTest(unittest.TestCase):
         wait_until(lambda: text in self.program.log.read_text(), what=f"'{text}' in the log")
 
     def expect_end(self):
-        """The program ends by itself, within a second (and what a busy machine adds)."""
-        began = time.monotonic()
+        """The program ends by itself; bench/shell.py tells how soon."""
         self.assertEqual(self.program.process.wait(PATIENCE), 0)
-        self.assertLess(time.monotonic() - began, 2)
 
     def start_again(self):
         return subprocess.run([PROGRAM], env=environment_for(self.folder), capture_output=True,
@@ -103,10 +100,7 @@ class BusTest(StatusTest):
     def test_a_second_start_opens_the_menu_of_the_first(self):
         self.launch()
         self.program.wait_for_title("A & b_c")
-        began = time.monotonic()
         again = self.start_again()
-        # It doesn't wait for a name that nobody is about to give up.
-        self.assertLess(time.monotonic() - began, 2.5)
         self.assertEqual((again.returncode, again.stdout), (0, ""))
         self.assertIn("[mnemora] Mnemora runs already and shows its menu\n", again.stderr)
         wait_until(lambda: self.windows_named("Mnemora"), what="the menu's window")

@@ -6,17 +6,34 @@
 #include "Linux/Desktop/StatusIcon.h"
 #include "Log.h"
 
+#include <QApplication>
 #include <QCursor>
 #include <QEvent>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMenu>
+#include <QPalette>
 #include <QSystemTrayIcon>
 
 #include <utility>
 
 namespace mnemora::desktop {
 namespace {
+
+/// With the colour of plain lines between that of commands and the toolkit's for what can't be
+/// used: these lines are there to be read, at a contrast of at least 4.5 to 1.
+QPalette legible(QPalette palette) {
+    constexpr float share = 0.68F;
+    const QColor text = palette.color(QPalette::Active, QPalette::Text);
+    const QColor ground = palette.color(QPalette::Active, QPalette::Base);
+    const auto mix = [](float a, float b) { return a * share + b * (1 - share); };
+    const auto color =
+        QColor::fromRgbF(mix(text.redF(), ground.redF()), mix(text.greenF(), ground.greenF()),
+                         mix(text.blueF(), ground.blueF()));
+    for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, color);
+    return palette;
+}
 
 QKeySequence keysOf(char letter) {
     return QKeySequence(QStringLiteral("Ctrl+") + QChar::fromLatin1(letter).toUpper());
@@ -66,6 +83,7 @@ class TrayIcon : public QObject {
   private:
     void fill() {
         menu_.clear();
+        menu_.setPalette(legible(QApplication::palette("QMenu")));
         for (const auto& item : menuNeedsUpdate_()) {
             if (item.isSeparator) {
                 menu_.addSeparator();
