@@ -79,6 +79,7 @@ MeetingsView::MeetingsView(std::vector<MeetingSession> sessions)
     detail_.addWidget(&nothingSelected_);
     detail_.addWidget(&transcript_);
 
+    list_.setAccessibleName(QStringLiteral("Meetings"));
     list_.setMinimumWidth(listWidth);
     list_.setFrameShape(QFrame::NoFrame);
     list_.setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);

@@ -3,7 +3,6 @@
 #include "Linux/Desktop/MenuTexts.h"
 
 #include <QCursor>
-#include <QFrame>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QLabel>
@@ -25,6 +24,16 @@ Widget* added(QVBoxLayout& layout, Arguments&&... arguments) {
     layout.addWidget(widget);
     return widget;
 }
+
+/// A thin line. The toolkit's own would be read out as a frame without a name.
+class Separator : public QWidget {
+  public:
+    Separator() {
+        setFixedHeight(1);
+        setAutoFillBackground(true);
+        setBackgroundRole(QPalette::Mid);
+    }
+};
 
 QKeySequence keysOf(const MenuItem& item) {
     return QKeySequence(Qt::CTRL |
@@ -55,7 +64,7 @@ void MenuWindow::fill(const Menu& menu) {
     column->setSpacing(4);
     for (const auto& item : menu) {
         if (item.isSeparator) {
-            added<QFrame>(*column)->setFrameShape(QFrame::HLine);
+            added<Separator>(*column);
         } else if (!item.isEnabled()) {
             auto* label = added<QLabel>(*column, shownTitle(item.title));
             label->setTextFormat(Qt::PlainText);
