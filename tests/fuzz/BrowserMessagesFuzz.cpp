@@ -7,6 +7,7 @@
 
 #include <array>
 #include <sys/socket.h>
+#include <utility>
 
 namespace {
 
@@ -40,8 +41,9 @@ void checkConnection(std::string_view bytes) {
     (void)send(peer.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     peer.reset();
     std::vector<PageAnswer> answers;
-    while (connection.receive(answers)) {
-    }
+    for (auto messages = connection.read();
+         messages && connection.take(std::move(*messages), answers);)
+        messages = connection.read();
     // Only the one question can have been answered, and only by a browser that we know.
     fuzz::require(answers.size() <= 1 && (answers.empty() || answers.front().request == asked));
     fuzz::require(answers.empty() || connection.bundleIdentifier());
