@@ -1,0 +1,119 @@
+"""The program where its surroundings are broken: it says so in a line and does what is left.
+
+Usage: bad_surroundings_test.py PROGRAM, inside a desktop session.
+"""
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+import unittest.mock
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from accessible_program import AccessibleProgram
+from observer import Observer, environment_for
+from windows import PATIENCE, TextWindow, wait_until, xdotool
+
+PROGRAM = sys.argv[1]
+
+
+class BadSurroundingsTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.window = TextWindow("A letter", "Dear reader")
+        self.addCleanup(self.window.close)
+
+    def launch(self, **environment):
+        with unittest.mock.patch.dict(os.environ, environment):
+            self.observer = Observer(PROGRAM, self.folder)
+        self.addCleanup(self.observer.stop)
+        wait_until(lambda: "capture started" in self.log(), what="the launch")
+
+    def log(self):
+        return self.observer.log.read_text(errors="replace")
+
+    def menu_texts(self):
+        subprocess.run([PROGRAM], env=environment_for(self.folder), check=True, timeout=PATIENCE,
+                       stderr=subprocess.DEVNULL)
+        program = AccessibleProgram(self.observer.process.pid)
+        wait_until(lambda: "Quit Mnemora" in program.buttons(), what="the menu")
+        return [name for _, name, _ in program.objects()]
+
+    def expect_end(self):
+        self.assertEqual(self.observer.stop(), 0, self.log())
+
+    def test_a_database_that_cannot_be_opened_still_gives_a_menu(self):
+        (self.folder / "data" / "Mnemora" / "mnemora.sqlite").mkdir(parents=True)
+        self.launch()
+        texts = self.menu_texts()
+        self.assertIn("0 memories today", texts)
+        self.assertNotIn("RECENT", texts)
+        self.assertIn("[mnemora][error]", self.log())
+        self.expect_end()
+
+    def test_a_damaged_database_still_gives_a_menu(self):
+        database = self.folder / "data" / "Mnemora" / "mnemora.sqlite"
+        database.parent.mkdir(parents=True)
+        damaged = b"This is no database at all. " * 400
+        database.write_bytes(damaged)
+        self.launch()
+        self.assertIn("0 memories today", self.menu_texts())
+        self.expect_end()
+        self.assertEqual(database.read_bytes(), damaged)  # a person may want to repair it
+
+    def test_settings_that_are_a_folder_and_a_theme_without_icons_change_nothing(self):
+        (self.folder / "config" / "mnemora" / "defaults.json").mkdir(parents=True)
+        self.launch(XDG_DATA_DIRS=str(self.folder / "nothing"), XDG_CURRENT_DESKTOP="none")
+        self.observer.wait_for_title("A letter")
+        self.expect_end()
+
+    def test_without_a_session_bus_it_observes_and_says_what_is_missing(self):
+        self.launch(DBUS_SESSION_BUS_ADDRESS="unix:path=/nowhere")
+        self.observer.wait_for_title("A letter")
+        self.assertIn("no session bus", self.log())
+        self.expect_end()
+
+    def test_the_only_screen_may_go_and_come_back(self):
+        self.launch(XDG_SESSION_TYPE="wayland", QT_QPA_PLATFORM="xcb")  # opens the setup window
+        wait_until(lambda: xdotool("search", "--onlyvisible", "--name", "^Welcome to Mnemora$"),
+                   what="the setup window")
+        self.screen("--off")
+        self.assertIn("Quit Mnemora", self.menu_texts())  # without a main screen
+        self.screen("--auto")
+        self.assertIn("Quit Mnemora", self.menu_texts())
+        self.expect_end()
+
+    def test_a_card_outlives_its_screen(self):
+        self.launch()
+        self.observer.wait_for_title("A letter")
+        call = TextWindow("Weekly call", "Three people.", "+80+200", window_class="zoom")
+        self.addCleanup(call.close)
+        call.bring_to_front()
+        wait_until(self.shows_card, what="the card")
+        self.screen("--off")
+        self.assertIn("Quit Mnemora", self.menu_texts())
+        self.screen("--auto")
+        wait_until(self.shows_card, what="the card on the screen that came back")
+        self.expect_end()
+
+    def shows_card(self):
+        windows = xdotool("search", "--onlyvisible", "--name", "^Mnemora$").split()
+        types = [subprocess.run(["xprop", "-id", window, "_NET_WM_WINDOW_TYPE"], check=False,
+                                capture_output=True, text=True).stdout for window in windows]
+        return any("TOOLTIP" in type_ for type_ in types)
+
+    @staticmethod
+    def screen(switch):
+        subprocess.run(["xrandr", "--fb", "1280x800", "--output", "screen", switch], check=True,
+                       timeout=PATIENCE)
+        active = "--listactivemonitors"
+        wait_until(lambda: ("Monitors: 0" in subprocess.run(
+            ["xrandr", active], capture_output=True, text=True, check=True).stdout)
+                   == (switch == "--off"), what="the screen to follow")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
