@@ -21,7 +21,7 @@ using test::ProcessUse;
 namespace {
 
 constexpr auto brave = "com.brave.Browser";
-/// The main thread allows 45 ms, and here many threads want the same two processors.
+/// The main thread allows 45 ms; whom it waits for may need longer for its own turn.
 constexpr auto mainThreadPatience = 45ms;
 constexpr auto mainThreadBound = 400ms;
 

@@ -8,6 +8,7 @@
 #include "Linux/Engines/SealedPicture.h"
 #include "Support/Installation.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/ProcessUse.h"
 #include "fakes/TemporaryHome.h"
 
 #include <csignal>
@@ -229,6 +230,35 @@ TEST_F(EngineTextRecognizerTest, TakesNoGarbageForAnAnswer) {
         EXPECT_THAT(recognizer.recognize(painted("text").image()), IsEmpty()) << script;
         EXPECT_TRUE(eventually([&] { return !recognizer.child(); })) << script;
     }
+}
+
+TEST_F(EngineTextRecognizerTest, TakesNoAnswerForAnotherPicture) {
+    // Two answers to the first picture; the next child gives one.
+    const std::string answer = R"(printf '\005\000\000\000\004\000\000\000\001\000\000\000%s' )";
+    EngineTextRecognizer recognizer(
+        scripted(std::string(ready) + "; head -c 9 <&3 >/dev/null; if [ $(wc -l < " +
+                 (folder_ / "starts").string() + ") = 1 ]; then " + answer + "a >&3; " + answer +
+                 "b >&3; echo >> " + (folder_ / "said").string() + "; sleep 60; else " + answer +
+                 "c >&3; sleep 60; fi"));
+    EXPECT_THAT(recognizer.recognize(painted("first").image()), Contains(line("a")));
+    EXPECT_TRUE(eventually([&] { return fs::exists(folder_ / "said"); }));
+    EXPECT_THAT(recognizer.recognize(painted("second").image()), Contains(line("c")));
+}
+
+TEST_F(EngineTextRecognizerTest, LeavesNothingBehindWhateverTheChildDoes) {
+    auto before = test::ProcessUse::now();
+    const char* const children[] = {"exit 0", "exec sleep 60", "exec cat /dev/zero >&3",
+                                    "kill -STOP $$", "exec cat <&3 >&3"};
+    for (const auto* child : children)
+        for (const auto& start : {std::string(ready) + "; ", std::string()}) {
+            auto settings = scripted(start + child);
+            settings.patience = 100ms;
+            settings.stuck = 100ms;
+            EngineTextRecognizer recognizer(settings);
+            EXPECT_THAT(recognizer.recognize(painted("a").image()), IsEmpty()) << child;
+            EXPECT_THAT(recognizer.recognize(painted("b").image()), IsEmpty()) << child;
+        }
+    EXPECT_TRUE(before.comesBack()) << before << " before, " << test::ProcessUse::now() << " after";
 }
 
 TEST_F(EngineTextRecognizerTest, RepairsTextThatIsNoUtf8) {

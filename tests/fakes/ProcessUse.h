@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <ostream>
 #include <thread>
@@ -40,7 +42,8 @@ inline std::ostream& operator<<(std::ostream& out, const ProcessUse& use) {
     return out << use.threads << " threads, " << use.descriptors << " descriptors";
 }
 
-/// The longest of several measured waits.
+/// The longest of several measured waits, without the time for which the processors were taken:
+/// what counts is how long somebody else is waited for.
 class LongestWait {
   public:
     /// Runs the call and counts how long it took.
@@ -49,9 +52,10 @@ class LongestWait {
         struct Measure {
             LongestWait& owner;
             std::chrono::steady_clock::time_point began = std::chrono::steady_clock::now();
+            std::chrono::nanoseconds queued = timeInQueue();
             ~Measure() {
                 const auto took = std::chrono::ceil<std::chrono::milliseconds>(
-                    std::chrono::steady_clock::now() - began);
+                    std::chrono::steady_clock::now() - began - (timeInQueue() - queued));
                 owner.longest_ = std::max(owner.longest_, took);
             }
         } const measure{*this};
@@ -60,6 +64,16 @@ class LongestWait {
     [[nodiscard]] std::chrono::milliseconds longest() const { return longest_; }
 
   private:
+    /// How long this thread has been ready to run without a processor (proc(5), schedstat: the
+    /// kernel's Documentation/scheduler/sched-stats.rst).
+    static std::chrono::nanoseconds timeInQueue() {
+        std::ifstream file("/proc/thread-self/schedstat");
+        std::int64_t ran = 0;
+        std::int64_t waited = 0;
+        file >> ran >> waited;
+        return std::chrono::nanoseconds(waited);
+    }
+
     std::chrono::milliseconds longest_{0};
 };
 

@@ -35,8 +35,10 @@ recognition::PixelDigest digestOf(const Image& image) {
     return recognition::digestOf(view, {0, 0, image.width, image.height});
 }
 
-bool hasHungUp(int socket) {
-    pollfd end{.fd = socket, .events = 0, .revents = 0};
+/// Whether the child has ended, or says something that nobody has asked for: that would be taken
+/// for the answer to the next picture.
+bool isOutOfStep(int socket) {
+    pollfd end{.fd = socket, .events = POLLIN, .revents = 0};
     return poll(&end, 1, 0) > 0;
 }
 
@@ -137,7 +139,7 @@ std::optional<EngineTextRecognizer::Lines> EngineTextRecognizer::answerFor(const
             return last_->lines;
     }
     // One that ended while nothing was asked of it costs no picture.
-    if (child_ && hasHungUp(child_->socket()))
+    if (child_ && isOutOfStep(child_->socket()))
         endChild();
     if (!child_ && (steady_clock::now() < notBefore_ || !startChild()))
         return std::nullopt;
