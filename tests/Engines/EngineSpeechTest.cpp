@@ -6,6 +6,7 @@
 #include "Meetings/SpeechStream.h"
 #include "Tools/FileTranscriber.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/ProcessUse.h"
 
 #include <QCoreApplication>
 #include <algorithm>
@@ -316,6 +317,30 @@ TEST_F(EngineSpeechTest, ChildrenThatMisbehaveCostErrorsOnly) {
         task.reset();
         keepsOpening = true;
     }
+}
+
+TEST_F(EngineSpeechTest, AChildThatTalksWithoutEndIsEndedAndNothingStaysBehind) {
+    auto before = test::ProcessUse::now();
+    settings.pause = 1h;
+    const auto frames = (folder / "frames").string();
+    // In stream 1 somebody begins to speak, thousands of times at once.
+    useScript("f=" + frames + "\n" + ready + R"(
+printf '\004\000\000\000\010\000\000\000\001\000\000\000' > $f
+for i in 1 2 3 4 5 6 7 8 9 10 11 12; do cat $f $f > $f.two; mv $f.two $f; done
+while cat $f >&3; do :; done)");
+    const test::CapturedStderr captured;
+    before.descriptors += 2; // those of `captured`
+    countErrors(service->recognizer("en-US"));
+    const auto bound = std::chrono::steady_clock::now() + 30s;
+    while (captured.text().empty() && std::chrono::steady_clock::now() < bound)
+        std::this_thread::yield(); // and the main loop stands still
+    EXPECT_THAT(captured.text(), HasSubstr("speech recognition is unavailable"));
+    EXPECT_TRUE(eventually([&] { return errors > 0; }));
+    keepsOpening = false;
+    task.reset();
+    installed.reset();
+    service.reset();
+    EXPECT_TRUE(before.comesBack()) << before << " before, " << test::ProcessUse::now() << " after";
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "Linux/Engines/SpeechPeer.h"
 #include "Platform/MainLoop.h"
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <filesystem>
@@ -117,6 +118,9 @@ class EngineSpeechPeer : public SpeechPeer {
     bool isRefused_ = false; // the last start failed
     bool isDamaged_ = false;
     bool ending_ = false;
+
+    /// What has been said and not yet been heard on the main thread.
+    const std::shared_ptr<std::atomic<int>> unheard_ = std::make_shared<std::atomic<int>>(0);
 
     int failures_ = 0;       // the thread's own, as the one below
     std::string lastReason_; // what was last reported

@@ -20,6 +20,9 @@ using engines::FrameKind;
 using engines::StreamNumber;
 using std::chrono::steady_clock;
 
+// Nobody speaks so fast that the main thread has this much to catch up with.
+constexpr int mostUnheard = 1000;
+
 // Signals are for the main thread to handle.
 void blockSignals() {
     sigset_t all;
@@ -183,6 +186,8 @@ void EngineSpeechPeer::receiveFrames() {
 }
 
 bool EngineSpeechPeer::handle(const engines::Frame& frame) {
+    if (*unheard_ > mostUnheard)
+        return false;
     if (frame.kind == FrameKind::utterance) {
         const auto utterance = engines::decodeUtterance(frame.payload);
         return utterance && hearUtterance(*utterance);
@@ -216,7 +221,9 @@ void EngineSpeechPeer::tell(StreamNumber stream, Call call) {
     const auto found = listeners_.find(stream);
     if (found == listeners_.end() || ending_)
         return;
-    mainLoop_->post([weak = found->second, call = std::move(call)] {
+    ++*unheard_;
+    mainLoop_->post([weak = found->second, unheard = unheard_, call = std::move(call)] {
+        --*unheard;
         if (const auto listener = weak.lock())
             call(*listener);
     });
