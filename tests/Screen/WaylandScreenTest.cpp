@@ -63,13 +63,14 @@ class TextWindow {
 class WaylandScreenTest : public ::testing::Test {
   protected:
     WaylandScreenCapture& run() {
-        capture_.emplace(
-            CaptureChecks{.guard = std::make_shared<OpenGuard>(),
-                          .regions = std::make_shared<NoRegions>(),
-                          .hasRoom = [] { return true; }},
-            thread_,
-            portal::ScreenCastPortal::Options{
-                .token = token_, .keepToken = [this](const std::string& kept) { token_ = kept; }});
+        capture_.emplace(CaptureChecks{.guard = std::make_shared<OpenGuard>(),
+                                       .regions = std::make_shared<NoRegions>(),
+                                       .hasRoom = [] { return true; }},
+                         thread_,
+                         portal::ScreenCastPortal::Options{
+                             .token = token_,
+                             .keepToken = [this](const std::string& kept) { token_ = kept; },
+                             .pause = 200ms});
         capture_->waitUntilKnown(20s);
         return *capture_;
     }
@@ -128,6 +129,7 @@ class PortalScreenTest : public WaylandScreenTest {
         startServer();
     }
     void startServer() {
+        std::filesystem::remove(folder("XDG_RUNTIME_DIR") / "pipewire-0");
         server_.emplace(std::vector<std::string>{"pipewire"});
         ASSERT_TRUE(eventually(
             [] { return std::filesystem::exists(folder("XDG_RUNTIME_DIR") / "pipewire-0"); }));
@@ -162,6 +164,20 @@ TEST_F(PortalScreenTest, CastsTheScreenOnceAllowed) {
             EXPECT_TRUE(picture()) << "of a screen on which nothing changes";
     }
     const TextWindow window("marble stairs");
+    EXPECT_TRUE(reads("marble stairs"));
+}
+
+TEST_F(PortalScreenTest, GoesOnAfterPipeWireWasKilled) {
+    auto& capture = run();
+    capture.ask();
+    ASSERT_TRUE(eventually([&] { return capture.isPermitted(); }));
+    const TextWindow window("marble stairs");
+    ASSERT_TRUE(reads("marble stairs"));
+    stopServer();
+    ASSERT_TRUE(eventually([&] { return !capture.isPermitted(); }));
+    EXPECT_FALSE(picture());
+    startServer();
+    EXPECT_TRUE(eventually([&] { return capture.isPermitted(); })) << "without being asked again";
     EXPECT_TRUE(reads("marble stairs"));
 }
 

@@ -63,11 +63,12 @@ void addConsent(PermissionPage& page, const ScreenConsent::Facts& consent) {
         return;
     }
     page.state = consent.isAsking     ? "The desktop is asking you. Choose a monitor and share it."
-                 : consent.wasRefused ? "The desktop doesn't let Mnemora read the screen any more."
+                 : consent.wasRefused ? "The desktop doesn't let Mnemora read the screen."
                  : consent.lastFailed ? "The desktop's screen sharing doesn't work at the moment."
                                       : "The desktop hasn't been asked for the screen yet.";
     page.notes = {"The desktop asks which monitor to share. Choose the one that you work on, and "
-                  "let it remember the choice if it offers to; else it asks at every start.",
+                  "let it remember the choice if it offers to; else you have to allow it here "
+                  "after every start.",
                   "You can turn it off again on this page. Nothing has to be restarted."};
     page.buttons = {{consent.isAsking ? "Ask Again" : "Allow", PermissionAction::allowScreen,
                      !consent.isAsking}};

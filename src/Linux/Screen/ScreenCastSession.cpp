@@ -140,6 +140,7 @@ void ScreenCastPortal::Session::decide(Presence presence) {
         state.presence = presence;
         startsNow = presence == Presence::present && !state.token.empty() && !state.stream &&
                     !state.isStarting;
+        state.isStarting = state.isStarting || startsNow;
     }
     state.changed.notify_all();
     if (startsNow)
@@ -147,14 +148,16 @@ void ScreenCastPortal::Session::decide(Presence presence) {
 }
 
 void ScreenCastPortal::Session::start(bool withDialog) {
-    end();
+    bool canStart = false;
     {
         const std::lock_guard lock(state.mutex);
-        if (!bus || state.presence != Presence::present || (!withDialog && state.token.empty()))
-            return;
-        state.isStarting = true;
-        state.status = {.isAsking = withDialog};
+        canStart = state.presence == Presence::present && (withDialog || !state.token.empty());
+        if (canStart)
+            state.status = {.isAsking = withDialog};
     }
+    end(canStart); // who waits for a cast waits on
+    if (!canStart)
+        return;
     isDialog = withDialog;
     introduceOurselves([this, mine = generation] {
         if (mine == generation)
@@ -214,7 +217,7 @@ void ScreenCastPortal::Session::withdraw() {
     state.status = {};
 }
 
-void ScreenCastPortal::Session::end() {
+void ScreenCastPortal::Session::end(bool startsAgain) {
     ++generation;
     request.reset();
     if (closedSignal != 0)
@@ -229,7 +232,7 @@ void ScreenCastPortal::Session::end() {
     {
         const std::lock_guard lock(state.mutex);
         former = std::exchange(state.stream, nullptr);
-        state.isStarting = false;
+        state.isStarting = startsAgain;
     }
     state.changed.notify_all();
 }

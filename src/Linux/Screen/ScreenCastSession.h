@@ -68,7 +68,7 @@ struct ScreenCastPortal::Session : std::enable_shared_from_this<ScreenCastPortal
 
     void fail(const std::string& reason);
     void refuse(const std::string& reason);
-    void end();
+    void end(bool startsAgain = false);
     void closed();
     void keep(const std::string& token);
 
