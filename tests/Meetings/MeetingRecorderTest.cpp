@@ -102,6 +102,19 @@ TEST_F(MeetingRecorderTest, RecordsWhatItCanWhenAPartIsMissing) {
     }
 }
 
+TEST_F(MeetingRecorderTest, ADatabaseThatRefusesASegmentEndsNothing) {
+    make();
+    startAll();
+    outside("CREATE TRIGGER full BEFORE INSERT ON events BEGIN "
+            "SELECT RAISE(FAIL, 'database or disk is full'); END;");
+    theySay("Lost.");
+    outside("DROP TRIGGER full;");
+    theySay("Kept.");
+    EXPECT_TRUE(recorder->isRecording());
+    EXPECT_EQ(segments("body"), Rows{"Kept."});
+    recorder->stop();
+}
+
 TEST_F(MeetingRecorderTest, StopEndsEverythingAndDropsUnfinishedWords) {
     make();
     recorder->stop(); // idle: nothing happens

@@ -80,12 +80,15 @@ TEST_F(SoundAdaptersTest, SystemAudioFollowsTheDefaultOutput) {
     const Tone call("Speakers", low); // a player on the default sink moves along with it
     listen();
     EXPECT_TRUE(eventually([&] { return them.hears(low); }));
-    const auto headset = shell("pactl load-module module-null-sink sink_name=Headset rate=44100");
+    EXPECT_EQ(them.last().origin, SoundOrigin::loudspeakers);
+    const auto headset = shell("pactl load-module module-null-sink sink_name=Headset rate=44100 "
+                               "sink_properties=device.form_factor=headset");
     EXPECT_TRUE(eventually([] { return !shell("pactl list short sinks | grep Headset").empty(); }));
     shell("pactl set-default-sink Headset");
     {
         const Tone onHeadset("Headset", high);
         EXPECT_TRUE(eventually([&] { return them.hears(high); }));
+        EXPECT_EQ(them.last().origin, SoundOrigin::unknown); // nobody else hears it
         const Tone leftBehind("Speakers", other);
         them.forget();
         EXPECT_TRUE(eventually([&] { return them.buffers() > 20 && them.hears(high); }));
@@ -130,6 +133,27 @@ TEST_F(SoundAdaptersTest, SoundComesBackAfterTheServerDied) {
     EXPECT_FALSE(you.hears(high));
 }
 
+TEST_F(SoundAdaptersTest, AnotherMicrophoneIsFollowed) {
+    listen();
+    const Tone user("MicFeed", low);
+    EXPECT_TRUE(eventually([&] { return you.hears(low); }));
+    EXPECT_EQ(you.last().origin, SoundOrigin::microphone);
+    shell("pactl load-module module-null-sink sink_name=OtherFeed rate=48000");
+    EXPECT_TRUE(
+        eventually([] { return !shell("pactl list short sources | grep OtherFeed").empty(); }));
+    const auto second = shell("pactl load-module module-remap-source source_name=Other "
+                              "master=OtherFeed.monitor channels=2 remix=no");
+    const Tone onOther("OtherFeed", other);
+    EXPECT_TRUE(eventually([&] {
+        shell("pactl set-default-source Other 2>&1");
+        return you.hears(other);
+    }));
+    EXPECT_TRUE(eventually([&] { return !you.hears(low); }));
+    EXPECT_EQ(you.last().channels, 2); // as this device has it
+    shell("pactl unload-module " + second + "; pactl set-default-source Mic");
+    EXPECT_TRUE(eventually([&] { return you.hears(low) && !you.hears(other); }));
+}
+
 TEST_F(SoundAdaptersTest, NothingIsHeardAfterTheEnd) {
     std::atomic<bool> ended = false;
     for (int i = 0; i < 25; ++i) {
@@ -151,22 +175,25 @@ TEST_F(SoundAdaptersTest, NothingIsHeardAfterTheEnd) {
 }
 
 TEST_F(SoundAdaptersTest, TheLastOwnerMayLetGoInsideTheSink) {
-    std::atomic<bool> gone = false;
-    std::mutex mutex;
-    std::shared_ptr<SystemAudioCapture> owner;
-    auto started = system.start({}, [&](const PcmBuffer&) {
-        const std::lock_guard lock(mutex);
-        if (owner) {
-            owner.reset();
-            gone = true;
+    struct Shared { // outlives the last call of the sink
+        std::atomic<bool> gone = false;
+        std::mutex mutex;
+        std::shared_ptr<SystemAudioCapture> owner; // guarded by mutex
+    };
+    const auto shared = std::make_shared<Shared>();
+    auto started = system.start({}, [shared](const PcmBuffer&) {
+        const std::lock_guard lock(shared->mutex);
+        if (shared->owner) {
+            shared->owner.reset();
+            shared->gone = true;
         }
     });
     ASSERT_TRUE(started);
     {
-        const std::lock_guard lock(mutex);
-        owner = std::move(*started);
+        const std::lock_guard lock(shared->mutex);
+        shared->owner = std::move(*started);
     }
-    EXPECT_TRUE(eventually([&] { return gone.load(); }));
+    EXPECT_TRUE(eventually([&] { return shared->gone.load(); }));
     EXPECT_TRUE(eventually([] { return ourStreams() == 0; }));
 }
 

@@ -68,7 +68,7 @@ int ourStreams() {
 }
 
 bool eventually(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(40);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end)
             return false;

@@ -3,14 +3,17 @@
 Usage: recording_test.py PROGRAM, inside a desktop session inside a sound session
 (scripts/audio-session), whose loudspeakers and microphone it speaks into.
 """
+import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
 import time
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "scripts" / "session"))
 from observer import Observer
 from windows import TextWindow, wait_until, xdotool
 
@@ -57,6 +60,7 @@ class RecordingTest(unittest.TestCase):
         xdotool("click", "1")
         wait_until(lambda: STARTED in self.program.log.read_text(), what="the recording's start")
         wait_until(lambda: not self.panel(), what="the panel's end")
+        wait_until(lambda: self.our_streams() == 2, what="both sides' sound")
 
     @staticmethod
     def our_streams():
@@ -69,6 +73,11 @@ class RecordingTest(unittest.TestCase):
         subprocess.run(["flite", "-voice", name, "-t", words, "-o", path], check=True)
         return path
 
+    @staticmethod
+    def play(sink, voice):
+        subprocess.run(["paplay", "--latency-msec=50", f"--device={sink}", voice], check=True,
+                       timeout=PATIENCE)
+
     def said_by(self, person):
         return " ".join(event["body"].lower() for event in self.program.events()
                         if event["kind"] == "meeting" and event["person"] == person)
@@ -80,7 +89,6 @@ class RecordingTest(unittest.TestCase):
         wait_until(self.panel, what="the consent panel")
         self.assertEqual(xdotool("getactivewindow"), call.identifier)  # it takes no focus
         self.press_record()
-        wait_until(lambda: self.our_streams() == 2, what="both sides' sound")
         players = [subprocess.Popen(["paplay", "--latency-msec=50", f"--device={sink}", voice])
                    for sink, voice in (("MicFeed", user), ("Speakers", other))]
         for player in players:
@@ -103,6 +111,26 @@ class RecordingTest(unittest.TestCase):
         wait_until(lambda: not any(pathlib.Path(f"/proc/{child}").exists() for child in children),
                    what="the end of the children")
         wait_until(lambda: self.our_streams() == 0, what="the end of listening")
+
+    def test_it_goes_on_after_a_suspension_and_after_the_sound_servers_death(self):
+        self.call()
+        self.press_record()
+        held = [self.program.process.pid, *self.program.children()]
+        for signal_number in (signal.SIGSTOP, signal.SIGCONT):
+            for pid in held:
+                os.kill(pid, signal_number)
+            if signal_number == signal.SIGSTOP:  # more than a server keeps for a client
+                self.play("Speakers", self.voice("slt", "Nobody hears what is said meanwhile. " * 4))
+        self.play("Speakers", self.voice("rms", "We should move the meeting to Thursday afternoon."))
+        wait_until(lambda: "thursday" in self.said_by("Them"), PATIENCE, "words after it")
+        # The desktop session has a runtime folder of its own.
+        sound = dict(os.environ, XDG_RUNTIME_DIR=os.environ["PIPEWIRE_RUNTIME_DIR"])
+        subprocess.run([ROOT / "scripts" / "audio-session", "--restart"], check=True, env=sound,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(lambda: self.our_streams() == 2, what="both sides' sound again")
+        self.play("MicFeed", self.voice("slt", "The garden is full of yellow flowers this morning."))
+        wait_until(lambda: "flowers" in self.said_by("You"), PATIENCE, "words after the restart")
+        self.assertEqual(self.program.log.read_text().count(STARTED), 1)
 
 
 if __name__ == "__main__":
