@@ -12,8 +12,9 @@ struct WithheldRegions {
     virtual ~WithheldRegions() = default;
 
     /// The parts of the screen in which a window shows that must not be read, in pixels of the
-    /// whole screen; they may overlap. Absent when that can't be established in time or nobody may
-    /// see the screen. Asks the desktop anew; any thread but the main one; answers within 100 ms.
+    /// whole screen; they may overlap. Absent when that can't be established in time, when there is
+    /// such a window and the session doesn't tell where, and when nobody may see the screen. Asks
+    /// the desktop anew; any thread but the main one; answers within 100 ms.
     [[nodiscard]] virtual std::optional<desktop::Area> withheld() = 0;
 };
 

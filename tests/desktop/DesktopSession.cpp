@@ -1,5 +1,7 @@
 #include "desktop/DesktopSession.h"
 
+#include "Linux/Wayland/Connection.h"
+#include "Linux/Wayland/SessionWindows.h"
 #include "Linux/X11/FrontWindowWatcher.h"
 
 #include <cstring>
@@ -82,9 +84,13 @@ DesktopSession::DesktopSession()
     : catalogue(std::make_shared<const ApplicationCatalogue>(
           std::make_shared<const DesktopEntries>(*listener))),
       session(std::make_shared<const SessionState>(*listener)),
-      workspace(DesktopWorkspace::create(mainLoop, catalogue, session, [](auto changed) {
-          return x11::FrontWindowWatcher::start(std::move(changed));
-      })) {
+      workspace(DesktopWorkspace::create(
+          mainLoop, catalogue, session, [&](auto changed) -> std::unique_ptr<WindowSource> {
+              if (!wayland::isWaylandSession())
+                  return x11::FrontWindowWatcher::start(std::move(changed));
+              return std::make_unique<wayland::SessionWindows>(wayland::SessionWindows::Options{
+                  .accessible = windows, .catalogue = catalogue, .changed = std::move(changed)});
+          })) {
     if (!workspace)
         return;
     titles = std::make_unique<FocusedWindowTitles>(windows, catalogue,

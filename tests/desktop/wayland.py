@@ -44,28 +44,18 @@ def bring_to_front(title):
     return wait_until(is_front, what=f"'{title}' in front")
 
 
-def foot(title, text):
-    return Started(["foot", "-T", title, "sh", "-c", 'printf "%s\\n" "$1"; exec sleep infinity',
-                    "sh", text])
-
-
-def xterm(title, text):
-    return Started(["xterm", "-T", title, "-e", "sh", "-c",
+def foot(title, text, *options):
+    return Started(["foot", "-T", title, *options, "sh", "-c",
                     'printf "%s\\n" "$1"; exec sleep infinity', "sh", text])
 
 
-def gtk(title, text, native=True):
-    return Started(["zenity", "--info", f"--title={title}", f"--text={text}"],
-                   env=dict(os.environ, GDK_BACKEND="wayland" if native else "x11"))
-
-
-def chromium(title, text, native=True, private=False):
-    """A Chromium of its own with one page."""
+def chromium(title, text, private=False):
+    """A Chromium of its own with one page, which it shows to the accessibility bus."""
     profile = tempfile.mkdtemp(prefix="chromium.", dir=os.environ["HOME"])
     page = os.path.join(profile, "page.html")
     with open(page, "w", encoding="utf-8") as file:
         file.write(f"<meta charset=utf-8><title>{title}</title><p>{text}")
     return Started(["chromium", "--no-sandbox", "--no-first-run", "--disable-gpu",
                     "--password-store=basic", f"--user-data-dir={profile}",
-                    f"--ozone-platform={'wayland' if native else 'x11'}",
+                    "--ozone-platform=wayland", "--force-renderer-accessibility",
                     *(["--incognito"] if private else []), f"file://{page}"])

@@ -84,6 +84,7 @@ struct AccessibleWindows::Shared {
     std::uint64_t allAnswered = 0;         // guarded by mutex
     std::uint64_t changes = 0;             // guarded by mutex
     Clock::time_point changedAt;           // guarded by mutex
+    Clock::time_point refreshedAt;         // guarded by mutex
     std::function<void()> follower;        // guarded by mutex
 
     void forgetReadings();
@@ -306,13 +307,20 @@ void AccessibleWindows::Listener::surveyAll(const Done& done) {
     finish();
 }
 
+// A program may have come to the bus with its window active already, and told nobody.
 void AccessibleWindows::Listener::askAll(std::uint64_t ticket) {
     thread_.invoke([this, ticket] {
-        surveyAll([this, ticket] {
-            const std::lock_guard lock(shared_->mutex);
-            shared_->allAnswered = std::max(shared_->allAnswered, ticket);
-            shared_->changed.notify_all();
-        });
+        const auto survey = [this, ticket] {
+            surveyAll([this, ticket] {
+                const std::lock_guard lock(shared_->mutex);
+                shared_->allAnswered = std::max(shared_->allAnswered, ticket);
+                shared_->changed.notify_all();
+            });
+        };
+        if (bus_.connection() != nullptr && Clock::now() - lastSearch_ >= searchPause)
+            search(survey);
+        else
+            survey();
     });
 }
 
@@ -462,6 +470,17 @@ std::optional<AccessiblePrograms> AccessibleWindows::readAll(std::chrono::millis
     if (!inTime || !shared_->isAvailable)
         return std::nullopt;
     return shared_->programs();
+}
+
+void AccessibleWindows::refresh() {
+    std::unique_lock lock(shared_->mutex);
+    const auto now = Clock::now();
+    if (!shared_->isAvailable || now - shared_->refreshedAt < searchPause)
+        return;
+    shared_->refreshedAt = now;
+    const std::uint64_t ticket = ++shared_->allAsked;
+    lock.unlock();
+    listener_->askAll(ticket);
 }
 
 AccessiblePrograms AccessibleWindows::lastOfAll() const {

@@ -71,6 +71,9 @@ class AccessibleWindows {
     /// `patience`; programs that have been hanging lately aren't waited for and keep what was last
     /// heard of them.
     [[nodiscard]] std::optional<AccessiblePrograms> readAll(std::chrono::milliseconds patience);
+    /// Has all programs asked anew, those too that came to the bus without a word, unless that was
+    /// done a moment ago; waits for nobody.
+    void refresh();
     /// What was last heard of all programs, at once; none while the bus is off.
     [[nodiscard]] AccessiblePrograms lastOfAll() const;
     /// Calls `changed` on the bus's thread whenever AccessiblePrograms::changes has grown, until

@@ -26,6 +26,8 @@ struct WindowStack {
     std::vector<StackedWindow> windows;
     /// The one that has the focus; 0 where none has.
     std::uint32_t active = 0;
+    /// False where the session doesn't tell where its windows are: each may show anywhere.
+    bool arePlacesKnown = true;
 };
 
 } // namespace mnemora::desktop

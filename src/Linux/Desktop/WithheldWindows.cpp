@@ -121,6 +121,8 @@ std::optional<Area> WithheldWindows::withheld() {
         if (isWithheld(facts, markers_))
             found.push_back(index);
     }
+    if (!found.empty() && !stack->arePlacesKnown)
+        return std::nullopt;
     return visibleArea(*stack, withUnmanaged(*stack, std::move(found)));
 }
 

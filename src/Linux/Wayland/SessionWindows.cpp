@@ -38,12 +38,9 @@ std::optional<DisplayState> SessionWindows::read(std::chrono::milliseconds patie
     const auto compositor = compositor_.read(patience);
     if (!compositor)
         return std::nullopt;
-    // Windows that the compositor lists are looked up in the server's stack by class and title.
-    const bool needsStack = wanted.stack || (wanted.clients && compositor->windows);
     DisplayState server;
     if (server_) {
-        auto read =
-            server_->read(until(deadline), {.clients = wanted.clients, .stack = needsStack});
+        auto read = server_->read(until(deadline), wanted);
         if (!read && until(deadline) == 0ms)
             return std::nullopt; // it may hide what is in front
         server = read ? *std::move(read) : DisplayState();
@@ -60,8 +57,11 @@ DisplayState SessionWindows::last() const {
     const auto compositor = compositor_.last();
     if (!compositor.isConnected)
         return {};
-    return merged(compositor, server_ ? server_->last() : DisplayState(),
-                  options_.accessible->lastOfAll(), {});
+    auto state = merged(compositor, server_ ? server_->last() : DisplayState(),
+                        options_.accessible->lastOfAll(), {});
+    const std::lock_guard lock(mutex_);
+    state.clients = clients_;
+    return state;
 }
 
 DisplayState SessionWindows::merged(const CompositorState& compositor, DisplayState server,
@@ -72,8 +72,13 @@ DisplayState SessionWindows::merged(const CompositorState& compositor, DisplaySt
     state.changedAt = std::max({compositor.changedAt, server.changedAt, programs.changedAt});
     const SessionFacts facts{compositor.windows, std::move(server), std::move(programs.programs)};
     state.front = merge_.front(facts);
-    if (wanted.clients)
+    if (state.front && state.front->identity.process.processIdentifier == 0)
+        options_.accessible->refresh(); // for the next reading
+    if (wanted.clients) {
         state.clients = merge_.clients(facts);
+        const std::lock_guard lock(mutex_);
+        clients_ = state.clients;
+    }
     // With neither of the two nobody knows which windows there are.
     if (wanted.stack && (facts.listed || options_.accessible->isAvailable()))
         state.stack = merge_.stack(facts);

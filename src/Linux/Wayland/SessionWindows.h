@@ -11,7 +11,9 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <vector>
 
 namespace mnemora::wayland {
 
@@ -44,7 +46,9 @@ class SessionWindows final : public desktop::WindowSource {
 
     const Options options_;
     const WindowMerge merge_;
-    std::unique_ptr<x11::FrontWindowWatcher> server_; // null without an X server
+    mutable std::mutex mutex_;
+    mutable std::vector<desktop::WindowIdentity> clients_; // as last read; guarded by mutex_
+    std::unique_ptr<x11::FrontWindowWatcher> server_;      // null without an X server
     CompositorWatcher compositor_;
 };
 

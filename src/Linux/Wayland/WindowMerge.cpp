@@ -20,10 +20,6 @@ using desktop::ProcessFacts;
 using desktop::StackedWindow;
 using desktop::WindowIdentity;
 
-// Larger than any screen, on every side of it.
-constexpr int farAway = 1 << 20;
-constexpr desktop::Rectangle everywhere = {-farAway, -farAway, 2 * farAway, 2 * farAway};
-
 /// Chromium calls a page in a window of its own "chrome-", the page's host and path or the
 /// application's number, and the profile (chrome/browser/shell_integration_linux.cc of its
 /// sources); its relatives have their own beginnings.
@@ -191,8 +187,9 @@ std::optional<desktop::WindowStack> WindowMerge::stack(const SessionFacts& facts
     if (!facts.listed && !std::all_of(facts.programs.begin(), facts.programs.end(), isComplete))
         return std::nullopt;
     desktop::WindowStack stack;
+    stack.arePlacesKnown = false;
     const auto add = [&](FrontWindow window) {
-        stack.windows.push_back({std::move(window), everywhere, {}});
+        stack.windows.push_back({std::move(window), {}, {}});
     };
     if (facts.listed) {
         for (const ListedWindow& window : *facts.listed)

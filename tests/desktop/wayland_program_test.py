@@ -1,0 +1,98 @@
+"""The whole program in a real Wayland session.
+
+Usage: wayland_program_test.py PROGRAM, inside scripts/wayland-session; with a second argument,
+NoServer, inside one without an X server.
+"""
+import subprocess
+import sys
+import unittest
+
+from capture import CaptureTest
+from observer import environment_for
+from status_panel import StatusPanel
+from wayland import bring_to_front, chromium, focused, foot, windows
+from windows import PATIENCE, wait_until, xdotool
+
+CaptureTest.program = sys.argv[1]
+HAS_SERVER = "NoServer" not in sys.argv
+
+
+class WaylandTest(CaptureTest):
+    def log(self):
+        return self.observer.log.read_text()
+
+    def noted_in_front(self, title):
+        """The event of this window, kept in front against what else is just starting."""
+        def noted():
+            bring_to_front(title)
+            return next((event for event in self.observer.events()
+                         if title in (event["title"] or "")), None)
+        return wait_until(noted, PATIENCE * 3, f"an event titled {title}")
+
+    def wait_for_log(self, text):
+        wait_until(lambda: text in self.log(), what=f"'{text}' in the log")
+
+
+@unittest.skipUnless(HAS_SERVER, "another session")
+class WithServerTest(WaylandTest):
+    def test_keeps_what_is_in_front_and_nothing_private(self):
+        page = self.started(chromium("Open page", "Kartoffelpuffer mit Apfelmus"))
+        self.noted_in_front("Open page")
+        secret = ["Klabautermann", "Zwetschgenmus"]
+        self.started(chromium("Hidden page", " ".join(secret), private=True))
+        hidden = self.noted_in_front("Hidden page")
+        self.assertIn("(Incognito)", hidden["title"])
+        self.assert_withheld(hidden)
+        self.started(foot("Plain notes", "beside the private window"))
+        event = self.noted_in_front("Plain notes")
+        self.assertEqual((event["app"], event["source"]), ("Foot", "screen"))
+        self.assert_withheld(event)  # nobody knows where the private window shows
+        self.assert_kept(["Open page", "Kartoffelpuffer"])
+        self.assert_never_kept(secret)
+        page.close()
+
+    def test_offers_to_record_a_call_on_a_card_that_takes_no_focus(self):
+        self.started(foot("Notes before", ""))
+        bring_to_front("Notes before")
+        self.wait_for_log("capture started")
+        call = self.started(foot("A call", "", "--app-id=zoom"))
+        bring_to_front("A call")
+
+        def card():
+            return xdotool("search", "--onlyvisible", "--name", "^Mnemora$").split()
+        window = wait_until(card, what="the card")[0]
+        place = dict(line.split("=") for line in
+                     xdotool("getwindowgeometry", "--shell", window).splitlines())
+        self.assertEqual(int(place["X"]) + int(place["WIDTH"]), 1280 - 18)
+        self.assertEqual(int(place["Y"]), 18)
+        self.assertEqual(focused()["name"], "A call")
+        # A window that the compositor placed among the others would be listed.
+        self.assertNotIn("Mnemora", [window["name"] for window in windows()])
+        call.close()
+
+    def test_has_its_icon_in_a_panel_that_came_later(self):
+        self.wait_for_log("no status area here")
+        panel = StatusPanel()
+        self.addCleanup(panel.close)
+        panel.wait_for_item()
+        _, texts = panel.open_menu()
+        self.assertIn("Meetings…", texts)
+
+
+@unittest.skipIf(HAS_SERVER, "another session")
+class WithoutServerTest(WaylandTest):
+    def test_says_what_happens_and_goes_on(self):
+        self.wait_for_log("no X server in this session: windows lie where the compositor puts them, "
+                          "and cards aren't shown")
+        self.started(foot("Native notes", ""))
+        self.noted_in_front("Native notes")
+        again = subprocess.run([self.program], env=environment_for(self.observer.log.parent),
+                               capture_output=True, text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(again.returncode, 0, again.stderr)
+        wait_until(lambda: [w for w in windows() if w["app_id"] == "app.mnemora.Mnemora" and
+                            w["name"] == "Mnemora"], what="the menu's window")
+        self.assertEqual(self.observer.stop(), 0)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
