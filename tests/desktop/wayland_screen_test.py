@@ -12,6 +12,7 @@ import tempfile
 import time
 import unittest
 
+import screen_portal
 import wayland
 from accessible_program import AccessibleProgram
 from capture import PATIENCE, Started
@@ -19,8 +20,6 @@ from observer import Observer
 from windows import wait_until
 
 PROGRAM, WITHOUT_GRAPHICS_CARD = sys.argv[1:3]
-BACKEND = "/usr/libexec/xdg-desktop-portal-wlr"
-PACE = 6  # seconds between two looks
 
 
 class ScreenTest(unittest.TestCase):
@@ -72,18 +71,7 @@ class CompositorTest(ScreenTest):
 class PortalTest(ScreenTest):
     def setUp(self):
         super().setUp()
-        settings = pathlib.Path(os.environ["HOME"], ".config", "xdg-desktop-portal-wlr")
-        settings.mkdir(parents=True, exist_ok=True)
-        (settings / "config").write_text("[screencast]\nchooser_type=none\n", encoding="utf-8")
-        socket = pathlib.Path(os.environ["XDG_RUNTIME_DIR"], "pipewire-0")
-        self.server = self.started(Started(["pipewire"]))
-        wait_until(socket.exists, what="PipeWire")
-        self.started(Started(["wireplumber"]))
-        wait_until(lambda: b"WirePlumber" in subprocess.run(
-            ["pw-cli", "list-objects", "Client"], capture_output=True, check=False).stdout,
-                   what="its session manager")
-        # Not by the bus, because it needs the library here.
-        self.started(Started([BACKEND], env=dict(os.environ, LD_PRELOAD=WITHOUT_GRAPHICS_CARD)))
+        screen_portal.start(self.started, WITHOUT_GRAPHICS_CARD)
 
     def token(self):
         file = self.folder / "config" / "mnemora" / "defaults.json"
