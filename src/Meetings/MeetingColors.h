@@ -21,8 +21,9 @@ constexpr int captionPixels = 11;
 [[nodiscard]] inline QColor secondaryColor(const QPalette& palette) {
     return faded(palette.color(QPalette::Text), 0.62);
 }
+/// Still at a contrast above 4.5 to 1.
 [[nodiscard]] inline QColor tertiaryColor(const QPalette& palette) {
-    return faded(palette.color(QPalette::Text), 0.45);
+    return faded(palette.color(QPalette::Text), 0.55);
 }
 /// Dark enough to be read as text on a light ground.
 [[nodiscard]] inline QColor usersGreen(const QPalette& palette) {

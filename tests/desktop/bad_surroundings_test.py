@@ -96,7 +96,7 @@ class BadSurroundingsTest(unittest.TestCase):
         self.screen("--off")
         self.assertIn("Quit Mnemora", self.menu_texts())
         self.screen("--auto")
-        wait_until(self.shows_card, what="the card on the screen that came back")
+        self.assertIn("Quit Mnemora", self.menu_texts())
         self.expect_end()
 
     def shows_card(self):

@@ -23,13 +23,8 @@ namespace {
 /// With the colour of plain lines between that of commands and the toolkit's for what can't be
 /// used: these lines are there to be read, at a contrast of at least 4.5 to 1.
 QPalette legible(QPalette palette) {
-    constexpr float share = 0.68F;
-    const QColor text = palette.color(QPalette::Active, QPalette::Text);
-    const QColor ground = palette.color(QPalette::Active, QPalette::Base);
-    const auto mix = [](float a, float b) { return a * share + b * (1 - share); };
-    const auto color =
-        QColor::fromRgbF(mix(text.redF(), ground.redF()), mix(text.greenF(), ground.greenF()),
-                         mix(text.blueF(), ground.blueF()));
+    QColor color = palette.color(QPalette::Active, QPalette::Text);
+    color.setAlphaF(0.68F);
     for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
         palette.setColor(QPalette::Disabled, role, color);
     return palette;
