@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <memory>
+#include <set>
 #include <sqlite3.h>
 #include <string>
 #include <vector>
@@ -40,6 +41,18 @@ inline std::vector<std::string> outside(const std::string& sql) {
 inline void expectSound() {
     EXPECT_EQ(outside("PRAGMA integrity_check;"), std::vector<std::string>{"ok"});
     outside("INSERT INTO events_fts(events_fts, rank) VALUES('integrity-check', 1);");
+}
+
+/// That it is sound, holds an event of each title that was reported as stored, and a vector of
+/// every event; how many events there are.
+inline std::size_t expectHolds(const std::vector<std::string>& reported) {
+    expectSound();
+    const auto titles = outside("SELECT title FROM events;");
+    const std::set<std::string> stored(titles.begin(), titles.end());
+    for (const auto& title : reported)
+        EXPECT_TRUE(stored.contains(title)) << title << " was reported as stored";
+    EXPECT_EQ(outside("SELECT count(*) FROM embeddings;").front(), std::to_string(titles.size()));
+    return titles.size();
 }
 
 inline MnemoraEvent event(const std::string& title, double ts = 1'700'000'000) {
