@@ -15,6 +15,18 @@ endif()
 
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g1 -DNDEBUG")
 
+option(MNEMORA_COVERAGE "Count which lines run" OFF)
+if(MNEMORA_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+# Debug information names the folder of the sources; scripts/reproduce builds without.
+option(MNEMORA_WITHOUT_PATHS "Keep the folder of the sources out of what is built" OFF)
+if(MNEMORA_WITHOUT_PATHS)
+  add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+endif()
+
 add_compile_options(-fstack-protector-strong -fcf-protection)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
