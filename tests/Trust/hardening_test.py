@@ -10,7 +10,7 @@ import sys
 import unittest
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
-OURS = ("bin/mnemora", "libexec/mnemora/mnemora-engines", "libexec/mnemora/mnemora-browser-host",
+OURS = ("bin/mnemora", "bin/mnemora-erase", "libexec/mnemora/mnemora-engines", "libexec/mnemora/mnemora-browser-host",
         "lib/mnemora/libmnemora-core.so", "lib/mnemora/libmnemora-embedding.so",
         "lib/mnemora/libmnemora-desktop.so")
 ENDBR64 = b"\xf3\x0f\x1e\xfa"
