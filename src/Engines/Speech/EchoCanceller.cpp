@@ -23,6 +23,7 @@ constexpr float silence = 1e-4F;
 /// words. An echo that is no louder than the room's noise never gets there, and needs nothing.
 constexpr double enoughGone = 6.3; // 8 dB
 constexpr double forgetting = 1.0 / 200;
+constexpr std::int64_t leastLearning = 5 * 16000; // a lucky second isn't a room
 /// From then on a tenth of a second of which this much has gone held nobody's words; its rest would
 /// be misheard as some.
 constexpr double mostlyGone = 4; // 6 dB
@@ -132,8 +133,8 @@ void EchoCanceller::learn(std::span<const float> heard, std::span<const float> l
     heardAloud_.add(power(heard), forgetting);
     leftAloud_.add(power(left), forgetting);
     aloudFor_ += static_cast<std::int64_t>(frameSize);
-    knowsRoom_ =
-        knowsRoom_ || (aloudFor_ > 2 * rate && heardAloud_.value > enoughGone * leftAloud_.value);
+    knowsRoom_ = knowsRoom_ ||
+                 (aloudFor_ > leastLearning && heardAloud_.value > enoughGone * leftAloud_.value);
 }
 
 std::vector<float> EchoCanceller::finish() {
