@@ -86,9 +86,9 @@ class ScreenCastPortalTest : public ::testing::Test {
 
   private:
     FrameStreamOpener opener() {
-        return [this](FileDescriptor remote, std::uint32_t node, std::string&) {
-            EXPECT_TRUE(remote);
-            EXPECT_EQ(node, 7U);
+        return [this](const CastSource& source, std::string&) {
+            EXPECT_TRUE(source.remote);
+            EXPECT_EQ(source.node, 7U);
             return stream_ = std::make_shared<FakeStream>();
         };
     }

@@ -46,9 +46,7 @@ class WaylandScreenCaptureTest : public ::testing::Test {
                              .token = "old",
                              .keepToken = {},
                              .loadOpener = [this](std::string&) -> FrameStreamOpener {
-                                 return [this](FileDescriptor, std::uint32_t, std::string&) {
-                                     return stream_;
-                                 };
+                                 return [this](const CastSource&, std::string&) { return stream_; };
                              },
                              .pause = 10ms});
         capture_->waitUntilKnown(15s);

@@ -70,7 +70,8 @@ class WaylandScreenTest : public ::testing::Test {
                          portal::ScreenCastPortal::Options{
                              .token = token_,
                              .keepToken = [this](const std::string& kept) { token_ = kept; },
-                             .pause = 200ms});
+                             .pause = 5s} // longer than services need to come back
+        );
         capture_->waitUntilKnown(20s);
         return *capture_;
     }
@@ -118,6 +119,16 @@ TEST_F(WaylandScreenTest, CopiesTheScreenWhereThereIsNoPortal) {
         EXPECT_TRUE(reads("walnut shelves")) << turn;
     }
     sway("output HEADLESS-1 transform normal");
+}
+
+TEST_F(WaylandScreenTest, FindsACompositorThatWasStartedAnew) {
+    const test::PrivateBus withoutServices;
+    auto& capture = run();
+    ASSERT_TRUE(capture.isPermitted());
+    EXPECT_NE(std::system("swaymsg -q exit"), 0) << "it goes before it could answer";
+    ASSERT_TRUE(eventually([&] { return !capture.displays(); }));
+    const Program anew({"sway", "-c", std::getenv("SWAY_CONFIG")});
+    EXPECT_TRUE(eventually([&] { return capture.isPermitted() && picture(); }));
 }
 
 class PortalScreenTest : public WaylandScreenTest {

@@ -25,10 +25,18 @@ struct FrameStream {
     [[nodiscard]] virtual bool isAlive() const = 0;
 };
 
-/// Opens the cast that `remote`, a connection to the media server, offers as `node`; null with the
-/// cause in `reason` where that fails. May take some milliseconds.
-using FrameStreamOpener = std::function<std::shared_ptr<FrameStream>(
-    FileDescriptor remote, std::uint32_t node, std::string& reason)>;
+/// Where the frames of a cast come from.
+struct CastSource {
+    FileDescriptor remote;  ///< a connection to the media server
+    std::uint32_t node = 0; ///< what it offers there
+    /// It sends what changes while the cast goes on and forgets what changed while it rested; the
+    /// portals of the wlroots family do.
+    bool sendsChangesOnly = false;
+};
+
+/// Opens a cast; null with the cause in `reason` where that fails. May take some milliseconds.
+using FrameStreamOpener =
+    std::function<std::shared_ptr<FrameStream>(CastSource source, std::string& reason)>;
 
 /// PipeWire's, from the module that is opened at the first call; an empty function, with the
 /// cause in `reason`, where PipeWire isn't installed.

@@ -16,9 +16,9 @@ FrameStreamOpener loadFrameStreamOpener(std::string& reason) {
         reason = "libmnemora-screencast.so is not of this version";
         return nullptr;
     }
-    return [open](FileDescriptor remote, std::uint32_t node, std::string& why) {
+    return [open](CastSource source, std::string& why) {
         std::shared_ptr<FrameStream> opened;
-        open(remote, node, opened, why);
+        open(source, opened, why);
         return opened;
     };
 }

@@ -155,11 +155,10 @@ struct PipeWireFrames::Events {
     }
 };
 
-std::shared_ptr<FrameStream> PipeWireFrames::open(FileDescriptor remote, std::uint32_t node,
-                                                  std::string& reason) {
+std::shared_ptr<FrameStream> PipeWireFrames::open(CastSource source, std::string& reason) {
     start();
     const std::shared_ptr<PipeWireFrames> frames(new PipeWireFrames);
-    return frames->connect(std::move(remote), node, reason) ? frames : nullptr;
+    return frames->connect(std::move(source), reason) ? frames : nullptr;
 }
 
 PipeWireFrames::PipeWireFrames() : handles_(std::make_unique<Handles>()) {}
@@ -173,7 +172,7 @@ PipeWireFrames::~PipeWireFrames() {
     handles_->context.reset();
 }
 
-bool PipeWireFrames::connect(FileDescriptor remote, std::uint32_t node, std::string& reason) {
+bool PipeWireFrames::connect(CastSource source, std::string& reason) {
     handles_->loop.reset(pw_thread_loop_new("screen-cast", nullptr));
     if (!handles_->loop) {
         reason = "PipeWire gives no thread";
@@ -188,9 +187,10 @@ bool PipeWireFrames::connect(FileDescriptor remote, std::uint32_t node, std::str
     const Locked lock(loop);
     // The library closes the descriptor, also when it fails.
     handles_->core.reset(
-        pw_context_connect_fd(handles_->context.get(), remote.release(), nullptr, 0));
+        pw_context_connect_fd(handles_->context.get(), source.remote.release(), nullptr, 0));
     if (handles_->core) {
-        node_ = node;
+        node_ = source.node;
+        follows_ = source.sendsChangesOnly;
         watch();
         if (startStream())
             return true;
@@ -233,9 +233,10 @@ Outcome<Image> PipeWireFrames::picture(std::chrono::milliseconds patience) {
     const Locked lock(handles_->loop.get());
     if (ended_)
         return Failure{"the screen cast has ended"};
+    const bool goesOn = isWanted_;
     begin();
-    (void)waitForFrame(follows_ ? patienceForChange : hasRested_ ? patienceAfterRest : patience);
-    // One that sends changes only has forgotten those of the rest. From now on it gets none, and
+    (void)waitForFrame(goesOn ? patienceForChange : hasRested_ ? patienceAfterRest : patience);
+    // One that sends nothing after a rest has forgotten what changed. From now on it gets none, and
     // what it sent last is what there is to see.
     follows_ = follows_ || (!isNew_ && isStreaming_);
     if (held_ == nullptr)
@@ -252,7 +253,7 @@ Outcome<Image> PipeWireFrames::picture(std::chrono::milliseconds patience) {
 
 void PipeWireFrames::begin() {
     isNew_ = false;
-    if (follows_)
+    if (isWanted_)
         return;
     takeFrames(); // what was under way when the last picture was complete, and nobody wants
     isWanted_ = true;

@@ -25,8 +25,7 @@ namespace mnemora::pipewire {
 class PipeWireFrames final : public FrameStream {
   public:
     /// As FrameStreamOpener.
-    [[nodiscard]] static std::shared_ptr<FrameStream> open(FileDescriptor remote,
-                                                           std::uint32_t node, std::string& reason);
+    [[nodiscard]] static std::shared_ptr<FrameStream> open(CastSource source, std::string& reason);
     ~PipeWireFrames() override;
     PipeWireFrames(const PipeWireFrames&) = delete;
     PipeWireFrames& operator=(const PipeWireFrames&) = delete;
@@ -39,7 +38,7 @@ class PipeWireFrames final : public FrameStream {
     struct Events; // what the library calls, on its thread with its lock held
 
     PipeWireFrames();
-    [[nodiscard]] bool connect(FileDescriptor remote, std::uint32_t node, std::string& reason);
+    [[nodiscard]] bool connect(CastSource source, std::string& reason);
     void watch();
     [[nodiscard]] bool startStream();
     void begin();

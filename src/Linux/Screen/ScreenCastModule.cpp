@@ -5,10 +5,10 @@
 #include <exception>
 #include <utility>
 
-void mnemoraOpenScreenCast(mnemora::FileDescriptor& remote, std::uint32_t node,
+void mnemoraOpenScreenCast(mnemora::CastSource& source,
                            std::shared_ptr<mnemora::FrameStream>& opened, std::string& reason) {
     try {
-        opened = mnemora::pipewire::PipeWireFrames::open(std::move(remote), node, reason);
+        opened = mnemora::pipewire::PipeWireFrames::open(std::move(source), reason);
     } catch (const std::exception& failure) {
         reason = failure.what();
     }

@@ -7,6 +7,6 @@ extern "C" {
 /// Opens the cast into `opened`; leaves it null, with the cause in `reason`, when that fails.
 /// Throws nothing.
 [[gnu::visibility("default")]] void
-mnemoraOpenScreenCast(mnemora::FileDescriptor& remote, std::uint32_t node,
-                      std::shared_ptr<mnemora::FrameStream>& opened, std::string& reason);
+mnemoraOpenScreenCast(mnemora::CastSource& source, std::shared_ptr<mnemora::FrameStream>& opened,
+                      std::string& reason);
 }

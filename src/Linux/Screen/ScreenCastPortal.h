@@ -27,6 +27,7 @@ class ScreenCastPortal {
         std::function<void(const std::string&)> keepToken; ///< on the thread; empty: forget it
         /// Opens PipeWire's cast; an empty function, with the cause in the text, where it can't.
         std::function<FrameStreamOpener(std::string&)> loadOpener = loadFrameStreamOpener;
+        bool sendsChangesOnly = false; ///< as in CastSource
         /// For each step that shows no dialog; starting the portal is included in the first.
         std::chrono::milliseconds stepPatience = std::chrono::seconds(8);
         /// For a start with a token: longer means that the desktop is asking.
@@ -56,7 +57,8 @@ class ScreenCastPortal {
     [[nodiscard]] bool isPermitted();
     /// The running cast; waits for one that is being started, at most so long. Null without one.
     [[nodiscard]] std::shared_ptr<FrameStream> stream(std::chrono::milliseconds patience);
-    /// Ends the cast and starts it again with the token, when it gives no pictures any more.
+    /// Ends the cast and starts it again with the token, when it gives no pictures any more; a
+    /// living one goes on where there is no token.
     void restart();
 
     /// Shows the desktop's dialog, in place of one that is open.

@@ -177,7 +177,7 @@ void ScreenCastPortal::Session::startIfIdle() {
 void ScreenCastPortal::Session::castEnded() {
     {
         const std::lock_guard lock(state.mutex);
-        if (!state.stream)
+        if (!state.stream || (state.token.empty() && state.stream->isAlive()))
             return;
     }
     fail("it gives no pictures any more");

@@ -165,7 +165,7 @@ void ScreenCastPortal::Session::remoteOpened(GAsyncResult* result, std::uint32_t
     if (!remote)
         return fail("the desktop's portal opened no way to PipeWire");
     std::string reason;
-    auto stream = opener(std::move(remote), node, reason);
+    auto stream = opener({std::move(remote), node, options.sendsChangesOnly}, reason);
     if (!stream)
         return fail(reason);
     request.reset();

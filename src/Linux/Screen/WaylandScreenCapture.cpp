@@ -31,11 +31,19 @@ void tell(ScreenConsent::Way way) {
     }
 }
 
+/// Where screens can be copied by wlroots' protocol, the portal does just that.
+portal::ScreenCastPortal::Options forCompositor(portal::ScreenCastPortal::Options options,
+                                                const Screencopy& screencopy) {
+    options.sendsChangesOnly = screencopy.isOffered();
+    return options;
+}
+
 } // namespace
 
 WaylandScreenCapture::WaylandScreenCapture(CaptureChecks checks, desktop::GLibThread& thread,
                                            portal::ScreenCastPortal::Options options)
-    : GuardedScreenCapture(std::move(checks)), portal_(thread, std::move(options)) {}
+    : GuardedScreenCapture(std::move(checks)),
+      portal_(thread, forCompositor(std::move(options), screencopy_)) {}
 
 void WaylandScreenCapture::waitUntilKnown(std::chrono::milliseconds patience) {
     (void)portal_.waitUntilKnown(patience);

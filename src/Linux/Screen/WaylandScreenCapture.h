@@ -34,8 +34,8 @@ class WaylandScreenCapture final : public GuardedScreenCapture, public ScreenCon
     Outcome<Shot> shot() override;
     Outcome<Image> castPicture();
 
-    portal::ScreenCastPortal portal_;
     Screencopy screencopy_;
+    portal::ScreenCastPortal portal_;
     std::mutex mutex_;
     Way way_ = Way::unknown; // guarded by mutex_
     int missed_ = 0;         // pictures that a running cast didn't give in a row; as way_
