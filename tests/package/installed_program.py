@@ -18,13 +18,13 @@ word = sys.argv[1]
 
 
 def kept(title):
-    """The body of the event with this title once it is there with its vector, else None."""
+    """The body of an event with this title and its vector, once there is one, else None."""
     if not DATABASE.exists():
         return None
     connection = sqlite3.connect(f"file:{DATABASE}?mode=ro", uri=True, timeout=PATIENCE)
     try:
         row = connection.execute("SELECT body FROM events JOIN embeddings ON event_id = id "
-                                 "WHERE title = ?", [title]).fetchone()
+                                 "WHERE title = ? AND body <> ''", [title]).fetchone()
         return row and row[0]
     except sqlite3.OperationalError:  # before the schema
         return None
