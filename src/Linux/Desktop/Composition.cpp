@@ -89,12 +89,15 @@ std::shared_ptr<ScriptHost> makeScriptHost(const std::shared_ptr<DesktopWorkspac
 /// What this session offers for telling its windows.
 std::unique_ptr<WindowSource>
 windowSource(const std::shared_ptr<atspi::AccessibleWindows>& accessible,
-             const std::shared_ptr<const ApplicationCatalogue>& catalogue,
+             const std::shared_ptr<const ApplicationCatalogue>& catalogue, GLibThread& listener,
              std::function<void()> changed, std::string& reason) {
     if (!wayland::isWaylandSession())
         return x11::FrontWindowWatcher::start(std::move(changed), &reason);
-    return std::make_unique<wayland::SessionWindows>(wayland::SessionWindows::Options{
-        .accessible = accessible, .catalogue = catalogue, .changed = std::move(changed)});
+    return std::make_unique<wayland::SessionWindows>(
+        wayland::SessionWindows::Options{.accessible = accessible,
+                                         .catalogue = catalogue,
+                                         .listener = &listener,
+                                         .changed = std::move(changed)});
 }
 
 /// The screen of a Wayland session; null in any other.
@@ -123,7 +126,7 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
     const auto session = std::make_shared<const SessionState>(listener);
     const auto workspace =
         DesktopWorkspace::create(mainLoop, catalogue, session, [&](auto changed) {
-            return windowSource(windows, catalogue, std::move(changed), reason);
+            return windowSource(windows, catalogue, listener, std::move(changed), reason);
         });
     if (!workspace)
         return false;

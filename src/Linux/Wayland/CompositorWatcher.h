@@ -34,6 +34,8 @@ struct CompositorState {
     std::uint64_t changes = 0;
     /// When it was seen to grow last; the clock's beginning before that.
     std::chrono::steady_clock::time_point changedAt = {};
+
+    bool operator==(const CompositorState&) const = default;
 };
 
 /// Any thread.

@@ -22,6 +22,9 @@ std::chrono::milliseconds until(Clock::time_point deadline) {
 SessionWindows::SessionWindows(Options options)
     : options_(std::move(options)), merge_(*options_.catalogue),
       server_(x11::FrontWindowWatcher::start(options_.changed)),
+      kwin_(options_.listener == nullptr
+                ? nullptr
+                : std::make_unique<KWinWindows>(*options_.listener, options_.changed)),
       compositor_({.idleAfter = options_.idleAfter, .changed = options_.changed}) {
     if (options_.changed)
         options_.accessible->follow(options_.changed);
@@ -35,8 +38,10 @@ SessionWindows::~SessionWindows() {
 std::optional<DisplayState> SessionWindows::read(std::chrono::milliseconds patience,
                                                  Wanted wanted) {
     const auto deadline = Clock::now() + patience;
-    const auto compositor = compositor_.read(patience);
-    if (!compositor)
+    auto compositor = compositor_.read(patience);
+    if (!compositor ||
+        !addKWin(*compositor,
+                 kwin_ && !compositor->windows ? kwin_->read(until(deadline)) : KWinState()))
         return std::nullopt;
     DisplayState server;
     if (server_) {
@@ -54,14 +59,27 @@ std::optional<DisplayState> SessionWindows::read(std::chrono::milliseconds patie
 }
 
 DisplayState SessionWindows::last() const {
-    const auto compositor = compositor_.last();
-    if (!compositor.isConnected)
+    auto compositor = compositor_.last();
+    if (!compositor.isConnected ||
+        !addKWin(compositor, kwin_ && !compositor.windows ? kwin_->last() : KWinState()))
         return {};
     auto state = merged(compositor, server_ ? server_->last() : DisplayState(),
                         options_.accessible->lastOfAll(), {});
     const std::lock_guard lock(mutex_);
     state.clients = clients_;
     return state;
+}
+
+// Where the compositor lists no windows by its own protocol, its script may.
+bool SessionWindows::addKWin(CompositorState& compositor,
+                             const std::optional<KWinState>& kwin) const {
+    if (!kwin)
+        return false;
+    if (!compositor.windows)
+        compositor.windows = kwin->windows;
+    compositor.changes += kwin->changes;
+    compositor.changedAt = std::max(compositor.changedAt, kwin->changedAt);
+    return true;
 }
 
 DisplayState SessionWindows::merged(const CompositorState& compositor, DisplayState server,

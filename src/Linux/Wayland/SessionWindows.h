@@ -5,6 +5,7 @@
 #include "Linux/Desktop/ApplicationCatalogue.h"
 #include "Linux/Desktop/WindowSource.h"
 #include "Linux/Wayland/CompositorWatcher.h"
+#include "Linux/Wayland/KWinWindows.h"
 #include "Linux/Wayland/WindowMerge.h"
 #include "Linux/X11/FrontWindowWatcher.h"
 
@@ -23,6 +24,8 @@ class SessionWindows final : public desktop::WindowSource {
     struct Options {
         std::shared_ptr<atspi::AccessibleWindows> accessible;
         std::shared_ptr<const desktop::ApplicationCatalogue> catalogue;
+        /// Where a window manager of KDE is listened to; outlives the windows. Null for nowhere.
+        desktop::GLibThread* listener = nullptr;
         /// As DesktopWorkspace::StartSource takes it.
         std::function<void()> changed = {};
         std::chrono::milliseconds idleAfter = CompositorWatcher::Options().idleAfter;
@@ -39,6 +42,8 @@ class SessionWindows final : public desktop::WindowSource {
     [[nodiscard]] desktop::DisplayState last() const override;
 
   private:
+    [[nodiscard]] bool addKWin(CompositorState& compositor,
+                               const std::optional<KWinState>& kwin) const;
     [[nodiscard]] desktop::DisplayState merged(const CompositorState& compositor,
                                                desktop::DisplayState server,
                                                atspi::AccessiblePrograms programs,
@@ -49,6 +54,7 @@ class SessionWindows final : public desktop::WindowSource {
     mutable std::mutex mutex_;
     mutable std::vector<desktop::WindowIdentity> clients_; // as last read; guarded by mutex_
     std::unique_ptr<x11::FrontWindowWatcher> server_;      // null without an X server
+    std::unique_ptr<KWinWindows> kwin_;                    // null without a listener
     CompositorWatcher compositor_;
 };
 
