@@ -42,7 +42,13 @@ QString BusMenu::textDirection() {
     return QGuiApplication::isRightToLeft() ? QStringLiteral("rtl") : QStringLiteral("ltr");
 }
 
+// Nobody opens a menu more often than that; a panel that asks without end gets the former one.
 bool BusMenu::rebuild() {
+    constexpr auto shortest = std::chrono::milliseconds(50);
+    const auto now = std::chrono::steady_clock::now();
+    if (revision_ != 0 && now - builtAt_ < shortest)
+        return false;
+    builtAt_ = now;
     auto menu = menuNeedsUpdate_();
     const bool same = std::ranges::equal(menu, menu_, looksTheSame);
     if (!same) {

@@ -8,6 +8,7 @@
 #include <QDBusAbstractAdaptor>
 #include <QStringList>
 
+#include <chrono>
 #include <functional>
 
 namespace mnemora::desktop {
@@ -59,6 +60,7 @@ class BusMenu : public QDBusAbstractAdaptor {
     Menu menu_;
     int firstId_ = 1; // of the first item; 0 is the menu itself
     uint revision_ = 0;
+    std::chrono::steady_clock::time_point builtAt_;
 };
 
 } // namespace mnemora::desktop

@@ -1,8 +1,18 @@
 #include "Linux/Desktop/BusTypes.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDBusMetaType>
 
 namespace mnemora::desktop {
+
+void giveNameUp(const QString& name) {
+    const auto bus = QStringLiteral("org.freedesktop.DBus");
+    auto call = QDBusMessage::createMethodCall(bus, QStringLiteral("/org/freedesktop/DBus"), bus,
+                                               QStringLiteral("ReleaseName"));
+    call << name;
+    QDBusConnection::sessionBus().send(call);
+}
 
 void registerBusTypes() {
     qDBusRegisterMetaType<NotifierPixmap>();

@@ -52,6 +52,10 @@ struct MenuEvent {
 };
 using MenuEvents = QList<MenuEvent>;
 
+/// Gives a name on the session's bus up, without waiting for the bus, which may hang: what the
+/// toolkit itself offers waits 25 s for the answer.
+void giveNameUp(const QString& name);
+
 /// Makes the types known to the toolkit; more than once does no harm.
 void registerBusTypes();
 

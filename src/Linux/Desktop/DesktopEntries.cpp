@@ -1,14 +1,20 @@
 #include "Linux/Desktop/DesktopEntries.h"
 
 #include "Linux/Desktop/GLibHandles.h"
+#include "Log.h"
 #include "Text/Encoding.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <gio/gdesktopappinfo.h>
 #include <string_view>
+#include <system_error>
 
 namespace mnemora::desktop {
 namespace {
+
+namespace fs = std::filesystem;
 
 std::string textOf(const char* text) {
     return text == nullptr ? std::string() : cleanText(text);
@@ -26,6 +32,44 @@ bool startsWebPage(const char* command) {
     const std::string_view text = command == nullptr ? "" : command;
     return text.find("--app-id=") != text.npos || text.find("--app=") != text.npos ||
            text.find("--application-mode") != text.npos;
+}
+
+/// Whether to read it could take for ever: a pipe, a device, or far more than an entry holds.
+bool isTrap(const fs::directory_entry& file) {
+    constexpr std::uintmax_t mostBytes = 16U << 20;
+    std::error_code error;
+    const auto status = file.status(error);
+    if (error || fs::is_directory(status) || !fs::exists(status))
+        return false;
+    if (!fs::is_regular_file(status))
+        return true;
+    const auto size = file.file_size(error);
+    return !error && size > mostBytes;
+}
+
+/// The first such file where GIO, which opens whatever it finds, looks for entries.
+std::optional<fs::path> trapBelow(const fs::path& folder) {
+    constexpr int deepest = 8;
+    constexpr auto options = fs::directory_options::follow_directory_symlink |
+                             fs::directory_options::skip_permission_denied;
+    std::error_code error;
+    for (fs::recursive_directory_iterator at(folder, options, error), end; !error && at != end;
+         at.increment(error)) {
+        if (isTrap(*at))
+            return at->path();
+        if (at.depth() >= deepest)
+            at.disable_recursion_pending();
+    }
+    return std::nullopt;
+}
+
+std::optional<fs::path> trapAmongEntries() {
+    if (auto trap = trapBelow(fs::path(g_get_user_data_dir()) / "applications"))
+        return trap;
+    for (const gchar* const* folder = g_get_system_data_dirs(); *folder != nullptr; ++folder)
+        if (auto trap = trapBelow(fs::path(*folder) / "applications"))
+            return trap;
+    return std::nullopt;
 }
 
 std::vector<DesktopEntry> installedEntries() {
@@ -60,9 +104,14 @@ DesktopEntry desktopEntryOf(GDesktopAppInfo* info) {
 
 struct DesktopEntries::Shared {
     mutable std::mutex mutex;
-    std::shared_ptr<const EntryIndex> index; // guarded by mutex
+    // Guarded by mutex.
+    std::shared_ptr<const EntryIndex> index =
+        std::make_shared<const EntryIndex>(std::vector<DesktopEntry>());
 
+    /// Keeps what is known where reading might not end.
     void reload() {
+        if (const auto trap = trapAmongEntries())
+            return logError("desktop entries stay unread because of " + trap->string());
         auto fresh = std::make_shared<const EntryIndex>(installedEntries());
         const std::lock_guard lock(mutex);
         index = std::move(fresh);

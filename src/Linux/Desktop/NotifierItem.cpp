@@ -112,7 +112,7 @@ NotifierItem::~NotifierItem() {
     auto bus = QDBusConnection::sessionBus();
     bus.unregisterObject(menuPath);
     bus.unregisterObject(itemPath);
-    bus.unregisterService(service_);
+    giveNameUp(service_);
 }
 
 void NotifierItem::setIcon(const QIcon& icon) {
@@ -138,7 +138,13 @@ void NotifierItem::hostsChanged() {
     askForHost();
 }
 
+// However often hosts come and go, one question is open, and one more follows it.
 void NotifierItem::askForHost() {
+    if (std::exchange(isAsking_, true)) {
+        asksAgain_ = true;
+        return;
+    }
+    asksAgain_ = false;
     auto call = QDBusMessage::createMethodCall(watcherService, watcherPath,
                                                QStringLiteral("org.freedesktop.DBus.Properties"),
                                                QStringLiteral("Get"));
@@ -146,6 +152,9 @@ void NotifierItem::askForHost() {
     call << watcherService << QStringLiteral("IsStatusNotifierHostRegistered");
     callWatcher(this, call, [this](const QDBusMessage& reply) {
         const QDBusPendingReply<QDBusVariant> answer(reply);
+        isAsking_ = false;
+        if (asksAgain_)
+            askForHost();
         say(answer.isValid() && answer.value().variant().toBool());
     });
 }

@@ -92,6 +92,8 @@ class NotifierItem : public QObject {
     NotifierInterface* interface_ = nullptr; // a child of this object
     std::unique_ptr<QDBusServiceWatcher> watcher_;
     int lastSaid_ = -1; // -1: nothing yet
+    bool isAsking_ = false;
+    bool asksAgain_ = false; // somebody came or went since
 };
 
 } // namespace mnemora::desktop

@@ -1,5 +1,6 @@
 #include "Linux/Desktop/SingleInstance.h"
 
+#include "Linux/Desktop/BusTypes.h"
 #include "Log.h"
 
 #include <QDBusConnection>
@@ -101,7 +102,7 @@ bool SingleInstance::takeOver(std::chrono::milliseconds patience) {
 
 void SingleInstance::release() {
     if (std::exchange(holds_, false))
-        QDBusConnection::sessionBus().interface()->unregisterService(serviceName);
+        giveNameUp(serviceName);
 }
 
 } // namespace mnemora::desktop

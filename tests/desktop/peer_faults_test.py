@@ -1,0 +1,195 @@
+"""The whole program beside a message bus, a panel, another start and desktop entries that hang,
+flood or lie.
+
+Usage: peer_faults_test.py PROGRAM, inside a desktop session with the accessibility bus.
+"""
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from gi.repository import Gio, GLib
+from observer import Observer, environment_for
+from status_panel import INTERFACE, MENU, WATCHER, StatusPanel
+from windows import PATIENCE, TextWindow, wait_until
+
+PROGRAM = sys.argv[1]
+# The main thread's own bound is 50 ms; the rest is for a busy machine.
+TURN = 1.0
+
+
+class SilentPanel(StatusPanel):
+    """Takes calls and answers none."""
+
+    def _called(self, _bus, _sender, _path, _interface, _method, arguments, _invocation):
+        self.items.append((arguments.unpack()[0], "/StatusNotifierItem"))
+
+
+class LyingPanel(StatusPanel):
+    """Its properties are of other types than they should be."""
+
+    def __init__(self):
+        self.lying = INTERFACE.replace("Registered' type='b'", "Registered' type='s'")
+        super().__init__()
+
+    def _read(self, _bus, _sender, _path, _interface, name):
+        if name == "IsStatusNotifierHostRegistered":
+            return GLib.Variant("as", ["perhaps"])
+        return super()._read(_bus, _sender, _path, _interface, name)
+
+
+def new_connection():
+    return Gio.DBusConnection.new_for_address_sync(
+        os.environ["DBUS_SESSION_BUS_ADDRESS"],
+        Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
+        Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
+
+
+def process_of(name):
+    bus = new_connection()
+    try:
+        return bus.call_sync("org.freedesktop.DBus", "/", "org.freedesktop.DBus",
+                             "GetConnectionUnixProcessID", GLib.Variant("(s)", (name,)), None, 0,
+                             5000, None).unpack()[0]
+    finally:
+        bus.close_sync()
+
+
+class Stopped:
+    """A process that stands still inside a with statement."""
+
+    def __init__(self, pid):
+        self.pid = pid
+
+    def __enter__(self):
+        os.kill(self.pid, signal.SIGSTOP)
+
+    def __exit__(self, *_):
+        os.kill(self.pid, signal.SIGCONT)
+
+
+class PeerFaultsTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def launch(self):
+        self.program = Observer(PROGRAM, self.folder)
+        self.addCleanup(self.program.stop)
+
+    def expect_observation(self, title):
+        """A window with this title comes to the front and is kept."""
+        window = TextWindow(title, "Nothing much.")
+        self.addCleanup(window.close)
+        window.bring_to_front()
+        self.program.wait_for_title(title)
+
+    def longest_turn(self, item, seconds):
+        """How long the main thread lets a question wait at most."""
+        bus, longest = new_connection(), 0.0
+        until = time.monotonic() + seconds
+        while time.monotonic() < until:
+            began = time.monotonic()
+            bus.call_sync(item[0], item[1], "org.freedesktop.DBus.Properties", "Get",
+                          GLib.Variant("(ss)", ("org.kde.StatusNotifierItem", "Title")), None, 0,
+                          20000, None)
+            longest = max(longest, time.monotonic() - began)
+            time.sleep(0.01)
+        bus.close_sync()
+        return longest
+
+    def test_desktop_entries_that_are_none(self):
+        applications = self.folder / "data" / "applications"
+        applications.mkdir(parents=True)
+        os.mkfifo(applications / "pipe.desktop")
+        with open(applications / "huge.desktop", "wb") as file:
+            file.truncate(1 << 30)
+        (applications / "loop.desktop").symlink_to("loop.desktop")
+        self.launch()
+        self.expect_observation("Beside odd entries")
+        self.assertIn("desktop entries stay unread because of", self.program.log.read_text())
+
+    def test_a_panel_that_floods(self):
+        panel = StatusPanel()
+        self.addCleanup(panel.close)
+        self.launch()
+        item = panel.wait_for_item()
+        menu = panel.property("Menu")
+        self.expect_observation("Before the flood")
+        over, sent = threading.Event(), [0, 0]
+
+        def flood(which):
+            bus = new_connection()
+            while not over.is_set():
+                for _ in range(200):
+                    if which == 0:
+                        bus.call(item[0], menu, MENU, "AboutToShow", GLib.Variant("(i)", (0,)),
+                                 None, 0, -1, None, None)
+                    else:
+                        panel.bus.emit_signal(None, "/StatusNotifierWatcher", WATCHER,
+                                              "StatusNotifierHostRegistered", None)
+                    sent[which] += 1
+                bus.flush_sync()
+            bus.close_sync()
+
+        threads = [threading.Thread(target=flood, args=(which,)) for which in (0, 1)]
+        for thread in threads:
+            thread.start()
+        # What comes over the bus waits in line; the ticks don't.
+        self.expect_observation("During the flood")
+        longest = self.longest_turn(item, 2)
+        over.set()
+        for thread in threads:
+            thread.join()
+        print(f"{sent[0]} openings and {sent[1]} signals: longest turn {longest * 1000:.0f} ms")
+        self.assertGreater(min(sent), 1000)
+        self.expect_observation("After the flood")
+        self.assertIn("RECENT", panel.open_menu()[1])
+
+    def test_panels_that_hang_or_lie(self):
+        for kind in (SilentPanel, LyingPanel):
+            panel = kind()
+            self.launch()
+            item = panel.wait_for_item()
+            self.assertLess(self.longest_turn(item, 0.5), TURN)
+            self.expect_observation(f"Beside a {kind.__name__}")
+            panel.close()
+            self.assertEqual(self.program.stop(), 0)
+
+    def test_a_message_bus_that_hangs(self):
+        self.launch()
+        self.expect_observation("Before")
+        with Stopped(process_of("org.freedesktop.DBus")):
+            self.expect_observation("Meanwhile")
+        self.expect_observation("Afterwards")
+        with Stopped(process_of("org.freedesktop.DBus")):
+            began = time.monotonic()
+            self.program.process.terminate()
+            self.assertEqual(self.program.process.wait(60), 0)
+            took = time.monotonic() - began
+        print(f"ended in {took:.1f} s beside a bus that hangs")
+        self.assertLess(took, 3)
+
+    def test_a_second_start_beside_one_that_hangs(self):
+        self.launch()
+        self.expect_observation("Before")
+        with Stopped(self.program.process.pid):
+            began = time.monotonic()
+            second = subprocess.run([PROGRAM], env=environment_for(self.folder), timeout=PATIENCE,
+                                    capture_output=True, text=True, check=False)
+            took = time.monotonic() - began
+        self.assertEqual(second.returncode, 0)
+        self.assertIn("Mnemora runs already but doesn't answer", second.stderr)
+        self.assertLess(took, 8)
+        self.assertEqual(self.program.stop(), 0)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1] + sys.argv[2:], verbosity=2)
