@@ -1,20 +1,22 @@
 """The whole program in a real Wayland session.
 
-Usage: wayland_program_test.py PROGRAM, inside scripts/wayland-session; with a second argument,
-NoServer, inside one without an X server.
+Usage: wayland_program_test.py PROGRAM Server|NoServer|Restart, inside scripts/wayland-session, for
+NoServer without an X server. Restart leaves nothing of the session.
 """
+import os
+import pathlib
+import signal
 import subprocess
 import sys
 import unittest
 
-from capture import CaptureTest
+from capture import CaptureTest, Started
 from observer import environment_for
 from status_panel import StatusPanel
 from wayland import bring_to_front, chromium, focused, foot, windows
 from windows import PATIENCE, wait_until, xdotool
 
-CaptureTest.program = sys.argv[1]
-HAS_SERVER = "NoServer" not in sys.argv
+CaptureTest.program, SESSION = sys.argv[1:3]
 
 
 class WaylandTest(CaptureTest):
@@ -33,7 +35,7 @@ class WaylandTest(CaptureTest):
         wait_until(lambda: text in self.log(), what=f"'{text}' in the log")
 
 
-@unittest.skipUnless(HAS_SERVER, "another session")
+@unittest.skipUnless(SESSION == "Server", "another session")
 class WithServerTest(WaylandTest):
     def test_keeps_what_is_in_front_and_nothing_private(self):
         page = self.started(chromium("Open page", "Kartoffelpuffer mit Apfelmus"))
@@ -79,7 +81,7 @@ class WithServerTest(WaylandTest):
         self.assertIn("Meetings…", texts)
 
 
-@unittest.skipIf(HAS_SERVER, "another session")
+@unittest.skipUnless(SESSION == "NoServer", "another session")
 class WithoutServerTest(WaylandTest):
     def test_says_what_happens_and_goes_on(self):
         self.wait_for_log("no X server in this session: windows lie where the compositor puts them, "
@@ -92,6 +94,29 @@ class WithoutServerTest(WaylandTest):
         wait_until(lambda: [w for w in windows() if w["app_id"] == "app.mnemora.Mnemora" and
                             w["name"] == "Mnemora"], what="the menu's window")
         self.assertEqual(self.observer.stop(), 0)
+
+
+@unittest.skipUnless(SESSION == "Restart", "another session")
+class RestartTest(WaylandTest):
+    def test_comes_back_with_a_compositor_that_is_started_anew(self):
+        self.wait_for_log("capture started")
+        former = int(os.environ["SWAYSOCK"].split(".")[-2])
+        os.kill(former, signal.SIGKILL)
+        os.waitpid(former, 0)  # it holds the name of the display until then
+        displays = pathlib.Path(os.environ["XDG_RUNTIME_DIR"], "displays")
+        displays.unlink()
+        self.started(Started(["sway", "-c", os.environ["SWAY_CONFIG"]]))
+        self.assertEqual(self.observer.process.wait(PATIENCE), 0, self.log())
+        self.assertEqual(self.log().count("[mnemora][error] the compositor has gone"), 1)
+        self.wait_for_log("starting anew with the compositor")
+        names = wait_until(lambda: displays.exists() and displays.read_text().split(),
+                           what="the compositor")
+        os.environ.update(zip(("WAYLAND_DISPLAY", "SWAYSOCK", "DISPLAY"), names))
+        self.started(Started(["wtype", "-s", "100000000"]))
+        self.started(foot("After it", ""))
+        bring_to_front("After it")
+        wait_until(lambda: b"After it" in self.observer.kept_bytes(), PATIENCE * 2,
+                   "an event of the new process")
 
 
 if __name__ == "__main__":

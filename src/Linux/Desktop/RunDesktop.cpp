@@ -5,11 +5,13 @@
 #include "Linux/Desktop/SingleInstance.h"
 #include "Linux/Desktop/TerminationSignals.h"
 #include "Linux/Desktop/WindowPlatform.h"
+#include "Linux/Wayland/Connection.h"
 #include "Log.h"
 #include "Meetings/MeetingsWindow.h"
 #include "Onboarding/OnboardingWindow.h"
 #include "Platform/DesktopServices.h"
 #include "Shell/AppDelegate.h"
+#include "Shell/AppRelauncher.h"
 
 #include <QApplication>
 
@@ -18,6 +20,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace mnemora::desktop {
@@ -29,13 +32,37 @@ constexpr auto patienceAtQuit = 500ms;
 // As long as a program that is just quitting or starting itself anew may need.
 constexpr auto patienceWithFormer = 3s;
 
+// As long as a session may need to start its compositor anew.
+constexpr auto patienceWithCompositor = 15s;
+
 bool isLooping = false; // main thread
+
+// A Wayland session may outlive its compositor (KWin comes back after a crash), but the X server
+// inside goes with it, and the toolkit with that: what goes on is a new process.
+void startAnewWithCompositor() {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        std::signal(number, SIG_DFL); // a session that ends says so
+    const auto& application = desktopServices().application;
+    const auto bound = std::chrono::steady_clock::now() + patienceWithCompositor;
+    while (application && std::chrono::steady_clock::now() < bound) {
+        if (wayland::Connection::open()) {
+            logInfo("starting anew with the compositor");
+            (void)application->startDetached(
+                "/bin/sh", {"-c", AppRelauncher::command(application->bundlePath())});
+            return;
+        }
+        std::this_thread::sleep_for(250ms);
+    }
+}
 
 // The toolkit calls exit() when the X server goes away, as it does at a logout. Threads of ours
 // still run then, so nothing that they use may be taken down; the database survives that.
 void endWithDisplay() {
-    if (isLooping)
-        std::_Exit(0);
+    if (!isLooping)
+        return;
+    if (wayland::isWaylandSession())
+        startAnewWithCompositor();
+    std::_Exit(0);
 }
 
 void describe(QApplication& application) {
