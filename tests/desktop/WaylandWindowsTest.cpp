@@ -2,6 +2,7 @@
 
 #include "Linux/Desktop/WithheldWindows.h"
 #include "Linux/Wayland/CompositorWatcher.h"
+#include "Wayland/FakeCompositor.h"
 #include "fakes/CapturedStderr.h"
 
 #include <gtest/gtest.h>
@@ -225,8 +226,54 @@ TEST_F(WaylandWindows, CountForNothingWhileNobodyLooksAtThem) {
     EXPECT_TRUE(session_.runUntil([&] { return !watcher.last().isAway; }));
 }
 
+/// The same session, but for a compositor that lists no windows for others, as GNOME's doesn't.
+TEST(WaylandWindowsWithoutAList, AreKnownByTheBusAndTheXServerOrNotAtAll) {
+    int argumentCount = 1;
+    char name[] = "test";
+    char* arguments[] = {name, nullptr};
+    const QCoreApplication application(argumentCount, arguments);
+    const std::string display = getenv("WAYLAND_DISPLAY");
+    const std::string runtime = getenv("XDG_RUNTIME_DIR");
+    const wayland::FakeCompositor compositor({.toplevels = false});
+    DesktopSession session;
+    setenv("WAYLAND_DISPLAY", display.c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+    ASSERT_NE(session.workspace, nullptr);
+    ASSERT_TRUE(session.runUntil([&] { return session.titles->isProcessTrusted(); }));
+    WithheldWindows regions(
+        [&](auto patience) { return session.workspace->settledStack(patience); }, session.windows,
+        session.catalogue);
+    const auto comesToFront = [&](const char* title) {
+        return session.runUntil([&] {
+            tellSway("[title=\"^" + std::string(title) + "\"] focus");
+            const auto front = session.workspace->frontmostApplication();
+            return front && session.frontTitle() == title;
+        });
+    };
+    const Program native(with({"GDK_BACKEND=wayland"}, {"zenity", "--info", "--title=Gtk native"}));
+    ASSERT_TRUE(comesToFront("Gtk native"));
+    EXPECT_EQ(session.workspace->frontmostApplication()->processIdentifier, native.process());
+    EXPECT_TRUE(session.runUntil([&] { return session.guard->contentMayBeRead(); }));
+    EXPECT_TRUE(session.runUntil([&] { return regions.withheld() == Area{}; }));
+    const Program onServer({"xterm", "-T", "Xterm notes"});
+    ASSERT_TRUE(comesToFront("Xterm notes"));
+    // Beside a window whose title is private there is no picture.
+    const Program hidden(with({"GDK_BACKEND=wayland"}, {"zenity", "--info", "--title=Password"}));
+    ASSERT_TRUE(comesToFront("Password"));
+    ASSERT_TRUE(comesToFront("Xterm notes"));
+    EXPECT_EQ(regions.withheld(), std::nullopt);
+    // A program that nobody tells of is no application in front.
+    const Program unknown({"foot", "-T", "Plain notes", "sleep", "infinity"});
+    EXPECT_TRUE(session.runUntil([&] {
+        tellSway("[title=\"^Plain notes\"] focus");
+        return !session.workspace->frontmostApplication() && !session.guard->contentMayBeRead();
+    }));
+}
+
 // Last, since nothing of the session is left afterwards.
-TEST_F(WaylandWindows, ComeBackWithACompositorThatWasStartedAnew) {
+using RestartedWaylandWindows = WaylandWindows;
+
+TEST_F(RestartedWaylandWindows, ComeBackWithACompositorThatWasStartedAnew) {
     const Program terminal({"foot", "-T", "Before", "sleep", "infinity"});
     ASSERT_TRUE(bringToFront("Before", "Before"));
     const test::CapturedStderr log;
