@@ -4,6 +4,7 @@
 #include "Linux/Wayland/CompositorWatcher.h"
 #include "Wayland/FakeCompositor.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/TemporaryHome.h"
 
 #include <gtest/gtest.h>
 
@@ -254,6 +255,15 @@ TEST(WaylandWindowsWithoutAList, AreKnownByTheBusAndTheXServerOrNotAtAll) {
     ASSERT_TRUE(comesToFront("Gtk native"));
     EXPECT_EQ(session.workspace->frontmostApplication()->processIdentifier, native.process());
     EXPECT_TRUE(session.runUntil([&] { return session.guard->contentMayBeRead(); }));
+    EXPECT_TRUE(session.runUntil([&] { return regions.withheld() == Area{}; }));
+    {
+        // A browser that nobody hears of may show a private window.
+        const test::TemporaryHome folder;
+        const auto browser = folder.path() / "firefox-esr";
+        fs::copy_file("/bin/sleep", browser);
+        const Program silent({browser.string(), "infinity"});
+        EXPECT_TRUE(session.runUntil([&] { return !regions.withheld(); }));
+    }
     EXPECT_TRUE(session.runUntil([&] { return regions.withheld() == Area{}; }));
     const Program onServer({"xterm", "-T", "Xterm notes"});
     ASSERT_TRUE(comesToFront("Xterm notes"));

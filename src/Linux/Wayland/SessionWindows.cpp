@@ -1,6 +1,10 @@
 #include "Linux/Wayland/SessionWindows.h"
 
+#include "Linux/Wayland/UnheardBrowsers.h"
+
 #include <algorithm>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace mnemora::wayland {
@@ -15,6 +19,17 @@ constexpr auto patienceAtStart = 1s;
 
 std::chrono::milliseconds until(Clock::time_point deadline) {
     return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()));
+}
+
+/// The executables of those whose windows are known.
+std::set<std::string> heardIn(const SessionFacts& facts) {
+    std::set<std::string> heard;
+    for (const auto& program : facts.programs)
+        heard.insert(program.process.executable);
+    if (facts.server.stack)
+        for (const auto& window : facts.server.stack->windows)
+            heard.insert(window.front.identity.process.executable);
+    return heard;
 }
 
 } // namespace
@@ -98,7 +113,10 @@ DisplayState SessionWindows::merged(const CompositorState& compositor, DisplaySt
         clients_ = state.clients;
     }
     // With neither of the two nobody knows which windows there are.
-    if (wanted.stack && (facts.listed || options_.accessible->isAvailable()))
+    const auto areTold = [&] {
+        return options_.accessible->isAvailable() && !runsUnheardBrowser(heardIn(facts));
+    };
+    if (wanted.stack && (facts.listed || areTold()))
         state.stack = merge_.stack(facts);
     return state;
 }
