@@ -31,23 +31,29 @@ constexpr const char* description = R"(<node>
 <interface name='org.freedesktop.portal.Session'><method name='Close'/></interface>
 </node>)";
 
+std::string variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+void restore(const char* name, const std::string& value) {
+    value.empty() ? unsetenv(name) : setenv(name, value.c_str(), 1);
+}
+
 } // namespace
 
 PrivateBus::PrivateBus()
-    : former_(std::getenv(busVariable) == nullptr ? "" : std::getenv(busVariable)),
+    : former_(variable(busVariable)), runtimeFolder_(variable("XDG_RUNTIME_DIR")),
       bus_(g_test_dbus_new(G_TEST_DBUS_NONE)) {
-    // Starting the bus clears the session's variables; what else is of the session stays.
-    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    const std::string folder = runtime == nullptr ? "" : runtime;
     g_test_dbus_up(bus_);
-    if (!folder.empty())
-        setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
+    restore("XDG_RUNTIME_DIR", runtimeFolder_);
 }
 
 PrivateBus::~PrivateBus() {
     g_test_dbus_stop(bus_);
     g_object_unref(bus_);
-    former_.empty() ? unsetenv(busVariable) : setenv(busVariable, former_.c_str(), 1);
+    restore("XDG_RUNTIME_DIR", runtimeFolder_);
+    restore(busVariable, former_);
 }
 
 struct FakePortal::Handlers {

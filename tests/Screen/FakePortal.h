@@ -26,7 +26,9 @@ class PrivateBus {
     PrivateBus& operator=(const PrivateBus&) = delete;
 
   private:
+    // Starting and ending the bus clears the session's variables; what else is of it stays.
     std::string former_;
+    std::string runtimeFolder_;
     GTestDBus* bus_; // owned
 };
 
