@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 #include <optional>
+#include <set>
+#include <string_view>
 
 namespace mnemora {
 namespace {
@@ -33,30 +35,28 @@ std::optional<double> instant(const tm& wall, Edge edge) {
     return found ? found : shifted;
 }
 
+/// Whether the text has this form, in which a zero stands for any digit. A year of two digits, for
+/// one, would mean the first century, and all that came after it.
+bool hasForm(std::string_view text, std::string_view form) {
+    return std::ranges::equal(text, form, [](char is, char wanted) {
+        return wanted == '0' ? is >= '0' && is <= '9' : is == wanted;
+    });
+}
+
 /// "2026-11-20" or "2026-11-20 09:30[:15]", also with a T; false when it is neither.
 bool read(const std::string& text, tm& wall, bool& hasTime) {
-    wall = {};
-    int length = 0;
-    const auto isWhole = [&] { return length == static_cast<int>(text.size()); };
-    if (std::sscanf(text.c_str(), "%4d-%2d-%2d%n", &wall.tm_year, &wall.tm_mon, &wall.tm_mday,
-                    &length) != 3)
+    constexpr std::string_view forms[] = {"0000-00-00 00:00", "0000-00-00T00:00",
+                                          "0000-00-00 00:00:00", "0000-00-00T00:00:00"};
+    const auto isForm = [&](std::string_view form) { return hasForm(text, form); };
+    hasTime = std::ranges::any_of(forms, isForm);
+    if (!hasTime && !isForm("0000-00-00"))
         return false;
+    wall = {};
+    std::sscanf(text.c_str(), "%d-%d-%d%*c%d:%d:%d", &wall.tm_year, &wall.tm_mon, &wall.tm_mday,
+                &wall.tm_hour, &wall.tm_min, &wall.tm_sec);
     wall.tm_year -= 1900;
     wall.tm_mon -= 1;
-    hasTime = !isWhole();
-    if (!hasTime)
-        return true;
-    char separator = 0;
-    const int day = length;
-    if (std::sscanf(text.c_str() + day, "%c%2d:%2d%n", &separator, &wall.tm_hour, &wall.tm_min,
-                    &length) != 3 ||
-        (separator != ' ' && separator != 'T') || wall.tm_hour > 23 || wall.tm_min > 59)
-        return false;
-    length += day;
-    const int minutes = length;
-    if (!isWhole() && std::sscanf(text.c_str() + minutes, ":%2d%n", &wall.tm_sec, &length) == 1)
-        length += minutes;
-    return isWhole() && wall.tm_sec <= 59;
+    return wall.tm_hour <= 23 && wall.tm_min <= 59 && wall.tm_sec <= 59;
 }
 
 /// The instant that a text means; a day alone is its start, or as `until` its end.
@@ -88,6 +88,7 @@ struct Reader {
     EraseOptions options{};
     int ranges = 0; // --all, --day, and --from with --to count one each
     bool hasEdges = false;
+    std::set<std::string> given{}; // of the options that take a value
 
     [[nodiscard]] bool setRange(const std::string& option, const std::string& value) {
         const auto from = parsed(value, Edge::from, clock);
@@ -137,6 +138,8 @@ std::variant<EraseOptions, std::string> parseEraseOptions(const std::vector<std:
                    option == "--wait") {
             if (i + 1 == arguments.size())
                 return option + " takes a value";
+            if (!reader.given.insert(option).second)
+                return option + " is given twice";
             if (const auto wrong = reader.set(option, arguments[++i]); !wrong.empty())
                 return wrong;
         } else {

@@ -59,9 +59,10 @@ Erasure MemoryEraser::erase(const TimeRange& range) const {
     const auto before = contents(range);
     if (!before)
         return {.outcome = Outcome::unchanged, .reason = reason()};
-    if (before->events > 0)
-        if (const auto hindrance = eraseRows(range))
-            return {.outcome = Outcome::unchanged, .reason = *hindrance};
+    // Without events too: vectors of erased ones may be there, and words in the index.
+    if (const auto hindrance = eraseRows(range))
+        return {.outcome = before->events > 0 ? Outcome::unchanged : Outcome::remainsLeft,
+                .reason = *hindrance};
     // Free pages, and what may stand in unused parts of others from before, go by writing
     // everything anew; the log, which holds old and new pages alike, by emptying it.
     const bool isRewritten = run(db_.get(), "VACUUM;");
@@ -78,11 +79,8 @@ std::optional<std::string> MemoryEraser::eraseRows(const TimeRange& range) const
     // Single deletions would leave the words in the index's older segments, beside a note that
     // they are deleted; only building it anew forgets them.
     if (run(db, "BEGIN IMMEDIATE;") &&
-        runFor(db,
-               "DELETE FROM embeddings WHERE event_id IN "
-               "(SELECT id FROM events WHERE ts >= ? AND ts < ?);",
-               range) &&
         runFor(db, "DELETE FROM events WHERE ts >= ? AND ts < ?;", range) &&
+        run(db, "DELETE FROM embeddings WHERE event_id NOT IN (SELECT id FROM events);") &&
         run(db, "INSERT INTO events_fts(events_fts) VALUES('rebuild');") && run(db, "COMMIT;"))
         return std::nullopt;
     const std::string hindrance = reason(); // which the next statement replaces

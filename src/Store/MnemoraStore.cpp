@@ -178,13 +178,14 @@ bool MnemoraStore::storeEmbeddingOnQueue(std::int64_t eventId, std::string_view 
     const auto vector = embedder_->embed(text);
     if (!vector || vector->empty())
         return true;
-    const Statement statement(
-        db_, "INSERT OR REPLACE INTO embeddings (event_id, dim, vec) VALUES (?,?,?);");
+    // The event may have been erased meanwhile: then nothing of it may come back.
+    const Statement statement(db_, "INSERT OR REPLACE INTO embeddings (event_id, dim, vec)\n"
+                                   "SELECT id, ?, ? FROM events WHERE id = ?;");
     if (!statement)
         return false;
-    statement.bind(1, eventId);
-    statement.bind(2, static_cast<std::int64_t>(vector->size()));
-    statement.bind(3, std::as_bytes(std::span(*vector)));
+    statement.bind(1, static_cast<std::int64_t>(vector->size()));
+    statement.bind(2, std::as_bytes(std::span(*vector)));
+    statement.bind(3, eventId);
     // What could not be written is found again by the next start's backfill.
     return statement.stepToDone();
 }

@@ -74,12 +74,36 @@ TEST_F(EraseOptionsTest, TimesAreLocalAndDaysAtTheEndAreWhole) {
 }
 
 TEST_F(EraseOptionsTest, RefusesWhatItDoesNotUnderstand) {
-    for (const char* line :
-         {"", "--yes", "--all,--day,2026-11-20", "--day,2026-11-20,--day,2026-11-21", "--day",
-          "--day,2026-02-30", "--day,2026-13-01", "--day,yesterday", "--day,2026-11-20x",
-          "--day,2026-11-20 10:00", "--from,2026-11-20 24:00", "--from,2026-11-20 10:5x",
-          "--from,2026-11-21,--to,2026-11-20", "--all,--from,2026-11-20", "--everything",
-          "--all,--wait,soon", "--all,--wait,-1", "all"})
+    for (const char* line : {"",
+                             "--yes",
+                             "--all,--day,2026-11-20",
+                             "--day,2026-11-20,--day,2026-11-21",
+                             "--day",
+                             "--day,2026-02-30",
+                             "--day,2026-13-01",
+                             "--day,yesterday",
+                             "--day,2026-11-20x",
+                             "--day,2026-11-20 10:00",
+                             "--from,2026-11-20 24:00",
+                             "--from,2026-11-20 10:5x",
+                             "--from,2026-11-21,--to,2026-11-20",
+                             "--all,--from,2026-11-20",
+                             "--everything",
+                             "--day,26-11-20",
+                             "--from,26-11-20",
+                             "--day,2026-11-2",
+                             "--day, 2026-11-20",
+                             "--day,2026-+1-20",
+                             "--from,2026-11-20 10:5",
+                             "--from,2026-11-20 10:-5",
+                             "--from,2026-11-20 10:05:",
+                             "--from,2026-11-20x10:05",
+                             "--from,2026-11-20 10:60",
+                             "--from,2026-11-20,--from,2026-11-21",
+                             "--from,2026-11-20,--to,2026-11-21,--to,2026-11-22",
+                             "--all,--wait,soon",
+                             "--all,--wait,-1",
+                             "all"})
         EXPECT_TRUE(std::holds_alternative<std::string>(parse(line))) << line;
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sys/wait.h>
 
 namespace mnemora::test {
@@ -151,6 +152,31 @@ TEST_F(EraseTest, TakesEverythingWhileAWriterGoesOn) {
     (void)writer.finish();
     EXPECT_GT(std::stoi(outside("SELECT count(*) FROM events;").front()), 0);
     expectSound();
+}
+
+/// Has everything erased while it makes the vector of what was just stored.
+struct ErasingEmbedder : FakeEmbedder {
+    std::function<void()> erase;
+    std::optional<std::vector<float>> embed(std::string_view text) override {
+        if (erase)
+            erase();
+        return FakeEmbedder::embed(text);
+    }
+};
+
+TEST_F(EraseTest, NothingComesBackOfWhatIsErasedWhileItIsStored) {
+    auto embedder = std::make_unique<ErasingEmbedder>();
+    embedder->erase = [] { EXPECT_EQ(erase({"--all", "--yes"}).status, 0); };
+    auto& store = open(std::move(embedder));
+    EXPECT_TRUE(store.insert(made(45), 90));
+    EXPECT_EQ(outside("SELECT (SELECT count(*) FROM events), (SELECT count(*) FROM embeddings);"),
+              std::vector<std::string>{"0|0"});
+    // As an older version left it.
+    outside("INSERT INTO embeddings VALUES (7, 8, zeroblob(20) || '" + std::string(secret) + "');");
+    EXPECT_GT(occurrences(secret), 0);
+    EXPECT_EQ(erase({"--day", "2023-11-15"}).status, 0);
+    EXPECT_EQ(occurrences(secret), 0);
+    EXPECT_EQ(occurrences(vectorBytes()), 0);
 }
 
 TEST_F(EraseTest, WaitsForOthersOnlySoLongAndSaysWhatIsLeft) {
