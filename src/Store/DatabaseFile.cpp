@@ -89,7 +89,7 @@ sqlite3* openDatabase(const std::filesystem::path& path) {
     if (belongsToSomebodyElse(path.parent_path()) || !makePrivateFile(path))
         return nullptr;
     makeCompanionsPrivate(path);
-    surviveLostPages();
+    surviveLostPages(path);
     sqlite3* db = nullptr;
     sqlite3_open(path.c_str(), &db);
     if (db == nullptr)

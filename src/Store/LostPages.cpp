@@ -1,14 +1,18 @@
 #include "Store/LostPages.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -16,8 +20,11 @@
 namespace mnemora {
 namespace {
 
-/// Of the database and of its log's index, which SQLite maps as well; a deleted file keeps it.
-constexpr std::string_view nameOfOurs = "/Mnemora/mnemora.sqlite";
+/// Where the database really lies that was opened last, as the list of mappings has it: with links
+/// followed. Its log's index, which SQLite maps as well, has the same beginning, and a deleted file
+/// keeps it. Read by the signal handler.
+std::array<char, PATH_MAX> nameOfOurs{};
+std::atomic<std::size_t> nameLength = 0;
 
 // Written by a signal handler on the thread that reads it. This model of thread-local storage
 // needs no call, and so no allocation, to be reached.
@@ -39,7 +46,8 @@ Mapping parsed(std::string_view line) {
     if (begin.ptr == last || *begin.ptr != '-')
         return {};
     std::from_chars(begin.ptr + 1, last, mapping.end, 16);
-    mapping.isOurs = line.find(nameOfOurs) != std::string_view::npos;
+    const std::string_view name(nameOfOurs.data(), nameLength);
+    mapping.isOurs = !name.empty() && line.find(name) != std::string_view::npos;
     return mapping;
 }
 
@@ -95,13 +103,31 @@ void onBusError(int number, siginfo_t* info, void* context) {
         former.sa_sigaction(number, info, context);
     else if (former.sa_handler != SIG_DFL && former.sa_handler != SIG_IGN)
         former.sa_handler(number);
-    else
+    else {
         std::signal(number, SIG_DFL); // the same access raises it again, and ends the process
+        if (info->si_code <= 0)
+            (void)raise(number); // another process sent it
+    }
+}
+
+/// Opened anew, a database has the name that it had; only another one changes it.
+void remember(const std::filesystem::path& database) {
+    static std::mutex lock;
+    const std::lock_guard guard(lock);
+    std::error_code error;
+    const std::string real = std::filesystem::canonical(database, error).string();
+    if (error || real.size() > nameOfOurs.size() ||
+        real == std::string_view(nameOfOurs.data(), nameLength))
+        return;
+    nameLength = 0;
+    std::ranges::copy(real, nameOfOurs.begin());
+    nameLength = real.size();
 }
 
 } // namespace
 
-void surviveLostPages() {
+void surviveLostPages(const std::filesystem::path& database) {
+    remember(database);
     static std::once_flag once;
     std::call_once(once, [] {
         struct sigaction ours {};

@@ -90,6 +90,14 @@ TEST_F(TruncationTest, ADatabaseCutShortEndsNobody) {
     }
 }
 
+TEST_F(TruncationTest, ALinkToTheFolderOrTheFileMakesNoDifference) {
+    files::rename(home.dataFolder(), home.path() / "elsewhere");
+    files::create_directory_symlink(home.path() / "elsewhere", home.dataFolder());
+    files::rename(file, home.path() / "elsewhere/other name");
+    files::create_symlink(home.path() / "elsewhere/other name", file);
+    EXPECT_EQ(inProcess([&] { return live([&] { files::resize_file(file, 4096); }, false); }), 0);
+}
+
 TEST_F(TruncationTest, AnEmptiedDatabaseBecomesANewMemory) {
     EXPECT_EQ(inProcess([&] { return live([&] { files::resize_file(file, 0); }, true); }), 0);
     expectSound();
@@ -125,6 +133,14 @@ TEST_F(TruncationTest, OtherBusErrorsStillEndAProcess) {
             mmap(nullptr, 4096, PROT_READ, MAP_SHARED, other.get(), 0));
         return page[0] * 0;
     });
+    const int sent = inProcess([&] {
+        const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+        setrlimit(RLIMIT_CORE, &none);
+        const MnemoraStore store(std::make_unique<FakeEmbedder>());
+        kill(getpid(), SIGBUS);
+        return 0;
+    });
+    EXPECT_TRUE(WIFSIGNALED(sent) ? WTERMSIG(sent) == SIGBUS : WEXITSTATUS(sent) != 0);
     // A sanitizer's own handler, to which ours gives such a one, reports and exits.
     EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGBUS : WEXITSTATUS(status) != 0);
 }
