@@ -45,11 +45,13 @@ class ScreenCastPortalTest : public ::testing::Test {
                                            reason = "no libpipewire";
                                            return hasPipeWire ? opener() : nullptr;
                                        },
+                                   .isInFront = [this] { return !isLocked_; },
                                    .stepPatience = 700ms,
                                    .restorePatience = 300ms,
                                    .dialogPatience = 15s,
                                    .pause = 10ms,
-                                   .maxPause = 50ms});
+                                   .maxPause = 50ms,
+                                   .lockPatience = 200ms});
         (void)cast_->waitUntilKnown(15s);
         return *cast_;
     }
@@ -80,9 +82,18 @@ class ScreenCastPortalTest : public ::testing::Test {
         EXPECT_EQ(token(), "");
     }
 
+    /// Many looks later the portal still hasn't been asked for more sessions, but the consent
+    /// stays.
+    void expectNoStartBut(int before) {
+        for (int look = 0; look < 50; ++look, std::this_thread::sleep_for(2ms))
+            EXPECT_TRUE(cast_->isPermitted());
+        EXPECT_EQ(portal_->count("CreateSession"), before);
+    }
+
     test::PrivateBus bus_;
     std::optional<FakePortal> portal_{std::in_place};
     std::shared_ptr<FakeStream> stream_;
+    std::atomic<bool> isLocked_ = false;
 
   private:
     FrameStreamOpener opener() {
@@ -183,6 +194,35 @@ TEST_F(ScreenCastPortalTest, EndsWhenTheUserStopsIt) {
     EXPECT_TRUE(runs());
 }
 
+// GNOME's shell ends all casts when it locks.
+TEST_F(ScreenCastPortalTest, RestsWhileTheSessionIsLocked) {
+    keep("old");
+    auto& cast = run();
+    for (const bool saysSoFirst : {true, false}) {
+        ASSERT_TRUE(runs());
+        const int before = portal_->count("CreateSession");
+        test::CapturedStderr log;
+        isLocked_ = saysSoFirst;
+        portal_->closeSession();
+        EXPECT_TRUE(eventually([&] { return cast.stream(0ms) == nullptr; }));
+        isLocked_ = true;
+        EXPECT_TRUE(eventually([&] { return log.text().find("rests") != std::string::npos; }));
+        expectNoStartBut(before);
+        isLocked_ = false;
+        ASSERT_TRUE(runsAfterLooks());
+        EXPECT_FALSE(cast.status().wasRefused);
+    }
+}
+
+TEST_F(ScreenCastPortalTest, StartsWithTheFirstUnlockedLook) {
+    keep("old");
+    isLocked_ = true;
+    (void)run();
+    expectNoStartBut(0);
+    isLocked_ = false;
+    EXPECT_TRUE(runsAfterLooks());
+}
+
 TEST_F(ScreenCastPortalTest, GoesOnAfterThePortalWasKilled) {
     keep("old");
     auto& cast = run();
@@ -232,6 +272,15 @@ TEST_F(ScreenCastPortalTest, WaitsForNobody) {
     EXPECT_EQ(token(), "old");
     portal_->behave([](auto& behaviour) { behaviour.hangsAt = ""; });
     EXPECT_TRUE(runsAfterLooks());
+}
+
+TEST_F(ScreenCastPortalTest, LooksAgainForAPortalThatIsStillStarting) {
+    portal_->freeze();
+    keep("old");
+    auto& cast = run();
+    EXPECT_EQ(cast.presence(), ScreenCastPortal::Presence::absent);
+    portal_->thaw();
+    EXPECT_TRUE(runs());
 }
 
 TEST_F(ScreenCastPortalTest, SurvivesGarbage) {

@@ -104,7 +104,8 @@ windowSource(const std::shared_ptr<atspi::AccessibleWindows>& accessible,
 std::shared_ptr<wayland::WaylandScreenCapture>
 sharedScreen(const CaptureChecks& checks, GLibThread& listener,
              const std::shared_ptr<QtMainLoop>& mainLoop,
-             const std::shared_ptr<UserDefaults>& defaults) {
+             const std::shared_ptr<UserDefaults>& defaults,
+             const std::shared_ptr<const SessionState>& session) {
     if (!wayland::isWaylandSession())
         return nullptr;
     const auto keep = [mainLoop, defaults](const std::string& token) {
@@ -113,7 +114,8 @@ sharedScreen(const CaptureChecks& checks, GLibThread& listener,
     return std::make_shared<wayland::WaylandScreenCapture>(
         checks, listener,
         portal::ScreenCastPortal::Options{.token = defaults->text(consentKey).value_or(""),
-                                          .keepToken = keep});
+                                          .keepToken = keep,
+                                          .isInFront = [session] { return session->isInFront(); }});
 }
 
 } // namespace
@@ -153,7 +155,7 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
                              windows, catalogue),
                          .hasRoom = [recognizer] { return recognizer->hasRoom(); },
                          .windowChanges = [workspace] { return workspace->windowChanges(); }};
-    const auto shared = sharedScreen(checks, listener, mainLoop, services.defaults);
+    const auto shared = sharedScreen(checks, listener, mainLoop, services.defaults, session);
     services.screenCapture = shared ? std::shared_ptr<ScreenCapture>(shared)
                                     : std::make_shared<x11::X11ScreenCapture>(std::move(checks));
     workspace->setSettingsOpener(

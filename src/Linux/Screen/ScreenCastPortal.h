@@ -3,7 +3,8 @@
 // (https://flatpak.github.io/xdg-desktop-portal/docs/doc-org.freedesktop.portal.ScreenCast.html).
 // One session serves the whole run. The consent outlives it by a token that is good for one start
 // and replaced at each. A dialog is shown only when ask() was called: a start with a token that
-// takes longer than a moment would have become one and is withdrawn, and the token with it.
+// takes longer than a moment would have become one and is withdrawn, and the token with it. The
+// token is kept only where the desktop ends the cast because it locks.
 
 #include "Linux/Desktop/GLibThread.h"
 #include "Linux/Screen/FrameStream.h"
@@ -28,6 +29,8 @@ class ScreenCastPortal {
         /// Opens PipeWire's cast; an empty function, with the cause in the text, where it can't.
         std::function<FrameStreamOpener(std::string&)> loadOpener = loadFrameStreamOpener;
         bool sendsChangesOnly = false; ///< as in CastSource
+        /// False while the session is locked or another one is in front; any thread.
+        std::function<bool()> isInFront = [] { return true; };
         /// For each step that shows no dialog; starting the portal is included in the first.
         std::chrono::milliseconds stepPatience = std::chrono::seconds(8);
         /// For a start with a token: longer means that the desktop is asking.
@@ -37,6 +40,8 @@ class ScreenCastPortal {
         /// The pause after a failed start, doubled with each further one up to `maxPause`.
         std::chrono::milliseconds pause = std::chrono::seconds(10);
         std::chrono::milliseconds maxPause = std::chrono::minutes(10);
+        /// How long a desktop may take to say that it is locked once it has ended the cast for it.
+        std::chrono::milliseconds lockPatience = std::chrono::seconds(3);
     };
 
     /// Looks for the portal of the session's message bus; with a token it starts the cast too.

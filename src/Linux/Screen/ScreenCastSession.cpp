@@ -107,10 +107,13 @@ void ScreenCastPortal::Session::look() {
             bus.get(), {service, objectPath, "org.freedesktop.DBus.Properties", "GetAll"},
             g_variant_new("(s)", castInterface), "(a{sv})",
             static_cast<int>(options.stepPatience.count()),
-            [weak = weak_from_this()](GVariant* reply, bool) {
+            [weak = weak_from_this()](GVariant* reply, bool timedOut) {
                 const auto self = weak.lock();
                 if (!self)
                     return;
+                // One that is still starting has its name already and won't say when it is ready.
+                if (timedOut)
+                    self->after(self->options.pause, &Session::look);
                 if (reply == nullptr)
                     return self->decide(Presence::absent);
                 const desktop::GValueRef properties(g_variant_get_child_value(reply, 0));
@@ -139,7 +142,7 @@ void ScreenCastPortal::Session::decide(Presence presence) {
         const std::lock_guard lock(state.mutex);
         state.presence = presence;
         startsNow = presence == Presence::present && !state.token.empty() && !state.stream &&
-                    !state.isStarting;
+                    !state.isStarting && options.isInFront();
         state.isStarting = state.isStarting || startsNow;
     }
     state.changed.notify_all();
@@ -152,8 +155,10 @@ void ScreenCastPortal::Session::start(bool withDialog) {
     {
         const std::lock_guard lock(state.mutex);
         canStart = state.presence == Presence::present && (withDialog || !state.token.empty());
-        if (canStart)
+        if (canStart) {
             state.status = {.isAsking = withDialog};
+            state.notBefore = {};
+        }
     }
     end(canStart); // who waits for a cast waits on
     if (!canStart)
@@ -168,7 +173,7 @@ void ScreenCastPortal::Session::start(bool withDialog) {
 void ScreenCastPortal::Session::startIfIdle() {
     {
         const std::lock_guard lock(state.mutex);
-        if (state.isStarting || state.stream)
+        if (state.isStarting || state.stream || !options.isInFront())
             return;
     }
     start(false);
@@ -202,11 +207,55 @@ void ScreenCastPortal::Session::refuse(const std::string& reason) {
     state.status = {.wasRefused = true};
 }
 
-/// The desktop ended the session: its user pressed stop, or the monitor has gone. To go on by the
-/// token would override the first.
+/// The desktop ended the session: its user pressed stop, the monitor has gone, or the screen locks,
+/// which GNOME allows no cast to outlive (its shell says so before or after). To go on by the token
+/// would override the first.
 void ScreenCastPortal::Session::closed() {
     sessionPath.clear();
+    end();
+    {
+        const std::lock_guard lock(state.mutex);
+        state.notBefore = ScreenCastState::Time::max();
+    }
+    if (options.isInFront())
+        after(options.lockPatience, &Session::decideWhyClosed);
+    else
+        decideWhyClosed();
+}
+
+void ScreenCastPortal::Session::decideWhyClosed() {
+    {
+        const std::lock_guard lock(state.mutex);
+        // Something else may have begun meanwhile.
+        if (state.notBefore != ScreenCastState::Time::max())
+            return;
+        state.notBefore = {};
+        if (!state.token.empty() && !options.isInFront())
+            return logInfo("the screen cast rests while the session is locked");
+    }
     refuse("the desktop ended it");
+}
+
+/// Calls `then` a little later on this thread, if the session is still there.
+void ScreenCastPortal::Session::after(std::chrono::milliseconds pause, void (Session::*then)()) {
+    struct Later {
+        std::weak_ptr<Session> session;
+        void (Session::*then)();
+    };
+    const std::unique_ptr<GSource, desktop::GDeleter> source(
+        g_timeout_source_new(static_cast<guint>(pause.count())));
+    const auto call = [](gpointer data) -> gboolean {
+        const auto* later = static_cast<Later*>(data);
+        if (const auto session = later->session.lock())
+            (*session.*later->then)();
+        return G_SOURCE_REMOVE;
+    };
+    const auto forget = [](gpointer data) {
+        const std::unique_ptr<Later> owned(static_cast<Later*>(data));
+    };
+    g_source_set_callback(source.get(), call,
+                          std::make_unique<Later>(Later{weak_from_this(), then}).release(), forget);
+    g_source_attach(source.get(), g_main_context_get_thread_default());
 }
 
 void ScreenCastPortal::Session::withdraw() {
@@ -214,6 +263,7 @@ void ScreenCastPortal::Session::withdraw() {
     keep({});
     const std::lock_guard lock(state.mutex);
     state.failures = 0;
+    state.notBefore = {};
     state.status = {};
 }
 

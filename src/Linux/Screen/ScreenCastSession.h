@@ -34,7 +34,8 @@ struct ScreenCastPortal::Session : std::enable_shared_from_this<ScreenCastPortal
     void begin();
     /// Ends the cast that runs or is being started, and starts one: with a dialog, or by the token.
     void start(bool withDialog);
-    /// The same by the token, unless a cast runs or is being started.
+    /// The same by the token, unless a cast runs or is being started, or the session isn't in
+    /// front.
     void startIfIdle();
     /// Ends a cast that gives no pictures any more; it is started again a little later.
     void castEnded();
@@ -70,6 +71,8 @@ struct ScreenCastPortal::Session : std::enable_shared_from_this<ScreenCastPortal
     void refuse(const std::string& reason);
     void end(bool startsAgain = false);
     void closed();
+    void decideWhyClosed();
+    void after(std::chrono::milliseconds pause, void (Session::*then)());
     void keep(const std::string& token);
 
     desktop::GRef<GDBusConnection> bus;
