@@ -38,6 +38,7 @@ void MeetingsWindow::show(MnemoraStore& store) {
         const auto area = window_->screen()->availableGeometry();
         window_->move(area.center() - window_->rect().center());
     }
+    window_->setWindowState(window_->windowState() & ~Qt::WindowMinimized);
     window_->show();
     window_->raise();
     window_->activateWindow();

@@ -120,7 +120,9 @@ void TranscriptView::fill() {
                    inOneBlock(session_.title));
         for (const auto& line : session_.lines)
             addLine(writer, line, colors);
-        writer.add(paragraph(aboveFooter, 0, Qt::AlignLeft),
+        // Of two blocks' margins the toolkit takes the larger one.
+        const int above = betweenItems + (session_.lines.empty() ? 0 : bubbleInnerY);
+        writer.add(paragraph(above + aboveFooter, 0, Qt::AlignLeft),
                    characters(captionPixels, QFont::Normal, tertiaryColor(colors)),
                    QStringLiteral("Transcribed on-device · audio never uploaded"));
     }
@@ -136,8 +138,10 @@ void TranscriptView::paintEvent(QPaintEvent* event) {
         painter.translate(0, -verticalScrollBar()->value());
         const double bottom = verticalScrollBar()->value() + viewport()->height();
         const auto* layout = document()->documentLayout();
-        for (auto block = cursorForPosition({0, 0}).block(); block.isValid();
-             block = block.next()) {
+        auto block = cursorForPosition({0, 0}).block();
+        if (block.previous().isValid())
+            block = block.previous(); // its bubble may reach below its text
+        for (; block.isValid(); block = block.next()) {
             if (layout->blockBoundingRect(block).top() > bottom)
                 break;
             paintBubble(painter, block);

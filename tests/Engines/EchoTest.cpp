@@ -109,6 +109,47 @@ TEST(SpeechSession, AMicrophonesUtteranceIsComparedWithWhatLoudspeakersPlayedThe
     }
 }
 
+/// Understands nothing, and keeps what it heard last.
+struct Deaf : Transcriber {
+    std::string transcribe(std::span<const float> sound) override {
+        ++count;
+        last.assign(sound.begin(), sound.end());
+        return " ";
+    }
+    int count = 0;
+    std::vector<float> last;
+};
+
+TEST(SpeechSession, WhatIsKeptForTheEchoComesInItsPlaceWhenTheSoundEnds) {
+    SpeechModels models;
+    auto deaf = std::make_unique<Deaf>();
+    const auto& heard = *deaf;
+    models.transcriber = std::move(deaf);
+    for (int i = 0; i < 2; ++i)
+        models.detectors.push_back(std::make_unique<TalkativeDetector>());
+    SpeechSession session(models, [](FrameKind, const std::string&) { return true; });
+    std::vector<float> piece(4800); // a tenth of a second
+    int at = 0;
+    for (int i = 0; i < 20; ++i) {
+        for (float& sample : piece)
+            sample = static_cast<float>(0.5 * std::sin(at++ * 0.01));
+        if (i == 0) { // and then the loudspeakers' device falls asleep
+            const std::vector<float> silence(480);
+            ASSERT_TRUE(
+                session.take({FrameKind::sound,
+                              encodeSound({2, 48000, 1, silence, SoundOrigin::loudspeakers}),
+                              {}}));
+        }
+        ASSERT_TRUE(session.take(
+            {FrameKind::sound, encodeSound({1, 48000, 1, piece, SoundOrigin::microphone}), {}}));
+    }
+    ASSERT_TRUE(session.take({FrameKind::endOfSound, encodeStream(1), {}}));
+    EXPECT_EQ(heard.count, 1); // no words, so nothing to compare with what was played
+    ASSERT_GE(heard.last.size(), 32000U);
+    for (std::size_t i = 400; i < 31600; ++i)
+        ASSERT_NEAR(heard.last[i], 0.5 * std::sin(static_cast<double>(i) * 0.03), 0.01) << i;
+}
+
 double powerOf(std::span<const float> sound) {
     double sum = 0;
     for (const float sample : sound)

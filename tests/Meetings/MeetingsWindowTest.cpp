@@ -6,7 +6,9 @@
 #include <QAbstractTextDocumentLayout>
 #include <QApplication>
 #include <QMainWindow>
+#include <QScrollBar>
 #include <QTextBlock>
+#include <QTextLayout>
 
 namespace mnemora::test {
 namespace {
@@ -93,6 +95,9 @@ TEST_F(MeetingsWindowTest, EveryOpeningShowsTheStoreAsItIsWithTheNewestSelected)
     EXPECT_EQ(list().item(1)->data(Qt::UserRole).toString().toStdString(), "3 segments");
     list().setCurrentRow(1);
     EXPECT_EQ(view().selected(), "1");
+    window.window()->showMinimized();
+    window.show(store);
+    EXPECT_FALSE(window.window()->isMinimized());
 }
 
 TEST_F(MeetingsWindowTest, TheUsersWordsStandAtTheRightAndAllOthersAtTheLeft) {
@@ -116,6 +121,37 @@ TEST_F(MeetingsWindowTest, TheUsersWordsStandAtTheRightAndAllOthersAtTheLeft) {
     EXPECT_TRUE(drawn(20, 120, 0));
     EXPECT_FALSE(drawn(20, 120, 20)); // grey
     EXPECT_FALSE(drawn(150, 350, 0));
+}
+
+TEST_F(MeetingsWindowTest, ATranscriptKeepsItsDistances) {
+    TranscriptView pane;
+    pane.resize(500, 400);
+    pane.show({"1", "Title", 0, {{"You", "Mine"}, {"Them", "Theirs"}}});
+    // Of each block's lines, without the margins around them.
+    std::vector<QRectF> lines;
+    for (auto block = pane.document()->begin(); block.isValid(); block = block.next())
+        lines.push_back(
+            block.layout()->boundingRect().translated(0, block.layout()->position().y()));
+    ASSERT_EQ(lines.size(), 6U);
+    const auto gap = [&](std::size_t block) {
+        return lines[block].top() - lines[block - 1].bottom();
+    };
+    EXPECT_EQ(gap(1), 12);         // title to speaker
+    EXPECT_EQ(gap(2), 3 + 8);      // speaker to bubble, and its inner space
+    EXPECT_EQ(gap(3), 8 + 12);     // the bubble's inner space, to the next speaker
+    EXPECT_EQ(gap(5), 8 + 12 + 4); // to the footer
+}
+
+TEST_F(MeetingsWindowTest, ABubbleIsDrawnAsLongAsItsRimIsSeen) {
+    TranscriptView pane;
+    pane.resize(500, 100);
+    pane.show({"1", "", 0, std::vector<MeetingLine>(20, {"You", "Mine"})});
+    const auto bubble = pane.document()->findBlockByNumber(2);
+    const double end = bubble.layout()->position().y() + bubble.layout()->boundingRect().height();
+    pane.verticalScrollBar()->setValue(static_cast<int>(end) + 3);
+    const auto picture = pane.grab().toImage();
+    const QColor rim = picture.pixelColor(pane.viewport()->width() - 40, 1);
+    EXPECT_GE(rim.saturation(), 10) << rim.name().toStdString();
 }
 
 } // namespace

@@ -154,6 +154,24 @@ TEST_F(SoundAdaptersTest, AnotherMicrophoneIsFollowed) {
     EXPECT_TRUE(eventually([&] { return you.hears(low) && !you.hears(other); }));
 }
 
+TEST_F(SoundAdaptersTest, AnInterfaceOfManyChannelsIsHeard) {
+    const std::string map = "aux0,aux1,aux2,aux3,aux4,aux5,aux6,aux7,aux8,aux9";
+    shell("pactl load-module module-null-sink sink_name=Inputs channels=10 channel_map=" + map);
+    EXPECT_TRUE(
+        eventually([] { return !shell("pactl list short sources | grep Inputs").empty(); }));
+    const auto interface = shell("pactl load-module module-remap-source source_name=Interface "
+                                 "master=Inputs.monitor channels=10 remix=no channel_map=" +
+                                 map + " master_channel_map=" + map);
+    EXPECT_TRUE(eventually([] {
+        shell("pactl set-default-source Interface 2>&1");
+        return shell("pactl get-default-source") == "Interface";
+    }));
+    EXPECT_TRUE(access());
+    listen();
+    EXPECT_TRUE(eventually([&] { return you.buffers() > 0 && you.last().channels == 10; }));
+    shell("pactl unload-module " + interface + "; pactl set-default-source Mic");
+}
+
 TEST_F(SoundAdaptersTest, NothingIsHeardAfterTheEnd) {
     std::atomic<bool> ended = false;
     for (int i = 0; i < 25; ++i) {

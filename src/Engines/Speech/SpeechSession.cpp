@@ -81,10 +81,13 @@ void SpeechSession::cancelEcho(Stream& stream, std::vector<float>& sound) {
 
 bool SpeechSession::endSound(StreamNumber number) {
     if (const auto found = streams_.find(number); found != streams_.end()) {
-        found->second->cutter.append(found->second->resampler.finish());
-        if (const auto& canceller = found->second->canceller)
-            found->second->cutter.append(canceller->finish());
-        found->second->cutter.finish();
+        auto& stream = *found->second;
+        auto rest = stream.resampler.finish();
+        cancelEcho(stream, rest);
+        stream.cutter.append(rest);
+        if (stream.canceller)
+            stream.cutter.append(stream.canceller->finish());
+        stream.cutter.finish();
         streams_.erase(found);
     }
     return send_(FrameKind::soundEnded, encodeStream(number));
@@ -117,7 +120,8 @@ std::optional<std::size_t> SpeechSession::freeDetector() const {
 void SpeechSession::recognize(StreamNumber number, std::int64_t from,
                               std::span<const float> sound) {
     auto text = models_.transcriber->transcribe(sound);
-    if (const auto& stream = *streams_.at(number); stream.origin == SoundOrigin::microphone)
+    const auto& stream = *streams_.at(number);
+    if (stream.origin == SoundOrigin::microphone && !isBlank(text))
         text = withoutEcho(
             text, playedMeanwhile(stream, from, from + static_cast<std::int64_t>(sound.size())));
     if (isBlank(text))

@@ -119,8 +119,11 @@ void EngineSpeechPeer::setReady(bool ready) {
 }
 
 void EngineSpeechPeer::stopChild() {
+    std::optional<engines::EngineProcess> ended; // collected without the lock: that takes a while
     const std::lock_guard lock(mutex_);
     state_ = State::absent;
+    if (child_)
+        ended.emplace(std::move(*child_));
     child_.reset();
 }
 

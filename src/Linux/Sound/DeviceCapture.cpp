@@ -90,17 +90,18 @@ void DeviceCapture::sourceFound(const pa_source_info& source) {
     if (source.monitor_of_sink != PA_INVALID_INDEX)
         return unavailable("no microphone");
     buffer_.origin = SoundOrigin::microphone;
-    open(source.name, source.sample_spec);
+    open(source.name, source.sample_spec, source.channel_map);
 }
 
 void DeviceCapture::sinkFound(const pa_sink_info& sink) {
     if (sink.monitor_source_name == nullptr)
         return unavailable("no output device");
     buffer_.origin = playsIntoEars(sink) ? SoundOrigin::unknown : SoundOrigin::loudspeakers;
-    open(sink.monitor_source_name, sink.sample_spec);
+    open(sink.monitor_source_name, sink.sample_spec, sink.channel_map);
 }
 
-void DeviceCapture::open(const std::string& device, const pa_sample_spec& spec) {
+void DeviceCapture::open(const std::string& device, const pa_sample_spec& spec,
+                         const pa_channel_map& map) {
     if (stream_ && device == device_ && PA_STREAM_IS_GOOD(pa_stream_get_state(stream_.get())))
         return;
     close();
@@ -108,7 +109,10 @@ void DeviceCapture::open(const std::string& device, const pa_sample_spec& spec) 
     spec_ = {.format = PA_SAMPLE_FLOAT32NE,
              .rate = request_.sampleRate > 0 ? request_.sampleRate : spec.rate,
              .channels = request_.channels > 0 ? request_.channels : spec.channels};
-    stream_.reset(pa_stream_new(server_->context(), request_.streamName.c_str(), &spec_, nullptr));
+    // The device's own channels: the library has default ones for few counts only, and an audio
+    // interface's numbered inputs would be mixed into them.
+    const auto* channels = spec_.channels == map.channels ? &map : nullptr;
+    stream_.reset(pa_stream_new(server_->context(), request_.streamName.c_str(), &spec_, channels));
     if (!stream_)
         return unavailable(server_->reason());
     pa_stream_set_state_callback(

@@ -56,7 +56,7 @@ class DeviceCapture {
     void followDefaults(ServerConnection& server, const pa_server_info& facts);
     void sourceFound(const pa_source_info& source);
     void sinkFound(const pa_sink_info& sink);
-    void open(const std::string& device, const pa_sample_spec& spec);
+    void open(const std::string& device, const pa_sample_spec& spec, const pa_channel_map& map);
     void close();
     void streamChanged();
     void read();

@@ -30,8 +30,9 @@ PulseAudioInput::PulseAudioInput(std::shared_ptr<MainLoop> mainLoop)
 PulseAudioInput::~PulseAudioInput() = default;
 
 void PulseAudioInput::requestAccess(std::function<void(bool)> answer) {
-    mainLoop_->background([frames = frames_, answer = std::move(answer)] {
-        DeviceCapture probe(request(frames, nullptr));
+    // Comes from any thread, so nothing of this object is read.
+    mainLoop_->background([answer = std::move(answer)] {
+        DeviceCapture probe(request(defaultFrames, nullptr));
         const auto outcome = probe.firstOutcome(patienceOfWorker);
         const bool granted = outcome && outcome->empty();
         if (!granted)

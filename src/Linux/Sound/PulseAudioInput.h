@@ -27,11 +27,13 @@ class PulseAudioInput : public AudioInput {
     void stop() override;
 
   private:
+    static constexpr int defaultFrames = 2048;
+
     void deliver(const PcmBuffer& buffer);
 
     const std::shared_ptr<MainLoop> mainLoop_;
-    int frames_ = 2048;
-    std::mutex tapMutex_; // held during a call of the tap, so that removeTap() waits for it
+    int frames_ = defaultFrames; // main thread
+    std::mutex tapMutex_;        // held during a call of the tap, so that removeTap() waits for it
     std::function<void(const PcmBuffer&)> tap_; // guarded by tapMutex_
     std::unique_ptr<DeviceCapture> capture_;    // while started
 };
