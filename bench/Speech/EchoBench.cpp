@@ -147,7 +147,26 @@ void print(const char* what, const Tallies& tallies) {
     std::fflush(stdout);
 }
 
+/// Each sample thrice: what that adds lies above everything that the recogniser hears.
+PcmBuffer asDelivered(const PcmBuffer& sound, SoundOrigin origin) {
+    PcmBuffer fast{.sampleRate = 3 * rate, .channels = 1, .samples = {}, .origin = origin};
+    fast.samples.reserve(3 * sound.samples.size());
+    for (const float sample : sound.samples)
+        fast.samples.insert(fast.samples.end(), 3, sample);
+    auto delivered = test::inChannels(fast, 2);
+    delivered.origin = origin;
+    return delivered;
+}
+
 } // namespace
+
+Call callWithLoudspeakers(const PcmBuffer& them) {
+    auto you = test::pinkNoise(test::seconds(them), 0.002, 5);
+    mix(you, throughTheRoom(them, 0.12), 0, std::pow(10.0, -10.0 / 20));
+    you.samples.resize(them.samples.size());
+    return {asDelivered(you, SoundOrigin::microphone),
+            asDelivered(them, SoundOrigin::loudspeakers)};
+}
 
 void printEcho(FileTranscriber& transcriber, const std::vector<SpokenSample>& others) {
     const auto own = replies();

@@ -157,6 +157,23 @@ void printCost(FileTranscriber& transcriber, const std::vector<SpokenSample>& pe
     }
 }
 
+/// The same with the echo canceller at work: what others say comes back through the microphone.
+void printCostOfACall(FileTranscriber& transcriber, const std::vector<SpokenSample>& people) {
+    auto speech = conversation(people, 0.7);
+    while (test::seconds(speech) < 120)
+        test::append(speech, conversation(people, 0.7));
+    for (const auto& [name, sound] :
+         {std::pair("others who speak", speech),
+          std::pair("their room's noise", test::pinkNoise(120, 0.002, 3)),
+          std::pair("nothing", test::silence(120))}) {
+        const auto call = callWithLoudspeakers(sound);
+        const double before = childSeconds(transcriber);
+        (void)transcriber.transcribeCall(call.you, call.them);
+        std::printf("CPU seconds   %5.2f   a minute of a call with %s from the loudspeakers\n",
+                    (childSeconds(transcriber) - before) * 60 / test::seconds(sound), name);
+    }
+}
+
 void printUnbroken(FileTranscriber& transcriber, const std::vector<SpokenSample>& people) {
     auto sound = test::silence(0.5);
     for (int round = 0; round < 3; ++round)
@@ -236,8 +253,10 @@ int run(const SpeechEngineSettings& settings, const std::vector<std::string>& pa
         printFalseUtterances(transcriber);
     if (isWanted("echo"))
         printEcho(transcriber, people);
-    if (isWanted("cost"))
+    if (isWanted("cost")) {
         printCost(transcriber, people);
+        printCostOfACall(transcriber, people);
+    }
     if (isWanted("unbroken"))
         printUnbroken(transcriber, people);
     if (isWanted("latency"))
