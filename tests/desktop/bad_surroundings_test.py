@@ -92,23 +92,41 @@ class BadSurroundingsTest(unittest.TestCase):
         call = TextWindow("Weekly call", "Three people.", "+80+200", window_class="zoom")
         self.addCleanup(call.close)
         call.bring_to_front()
-        wait_until(self.shows_card, what="the card")
+        self.wait_for_card_beside(1280)
+        self.xrandr("--newmode", "small", "63.5", "1024", "1072", "1176", "1328", "768", "771",
+                    "775", "798")
+        self.xrandr("--addmode", "screen", "small")
+        self.xrandr("--output", "screen", "--mode", "small")
+        self.wait_for_card_beside(1024)
         self.screen("--off")
         self.assertIn("Quit Mnemora", self.menu_texts())
+        self.xrandr("--delmode", "screen", "small")
         self.screen("--auto")
         self.assertIn("Quit Mnemora", self.menu_texts())
+        self.wait_for_card_beside(1280)
         self.expect_end()
 
-    def shows_card(self):
-        windows = xdotool("search", "--onlyvisible", "--name", "^Mnemora$").split()
-        types = [subprocess.run(["xprop", "-id", window, "_NET_WM_WINDOW_TYPE"], check=False,
-                                capture_output=True, text=True).stdout for window in windows]
-        return any("TOOLTIP" in type_ for type_ in types)
+    def wait_for_card_beside(self, edge):
+        """It keeps its distance from the screen's right edge."""
+        wait_until(lambda: self.right_end_of_card() == edge - 18, what=f"the card beside {edge}")
 
     @staticmethod
-    def screen(switch):
-        subprocess.run(["xrandr", "--fb", "1280x800", "--output", "screen", switch], check=True,
-                       timeout=PATIENCE)
+    def right_end_of_card():
+        for window in xdotool("search", "--onlyvisible", "--name", "^Mnemora$").split():
+            facts = subprocess.run(["xwininfo", "-id", window, "-all"], check=False,
+                                   capture_output=True, text=True).stdout
+            if "Tooltip" in facts:
+                numbers = dict(line.strip().split(": ", 1) for line in facts.splitlines()
+                               if line.strip().startswith(("Absolute upper-left X", "Width:")))
+                return int(numbers["Absolute upper-left X"]) + int(numbers["Width"])
+        return None
+
+    @staticmethod
+    def xrandr(*arguments):
+        subprocess.run(["xrandr", *arguments], check=True, timeout=PATIENCE)
+
+    def screen(self, switch):
+        self.xrandr("--fb", "1280x800", "--output", "screen", switch)
         active = "--listactivemonitors"
         wait_until(lambda: ("Monitors: 0" in subprocess.run(
             ["xrandr", active], capture_output=True, text=True, check=True).stdout)

@@ -7,7 +7,6 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QPropertyAnimation>
 #include <QPushButton>
 #include <QScreen>
 #include <algorithm>
@@ -61,7 +60,7 @@ QSize messageSize(const Card& card, const QFontMetrics& metrics, const QString& 
 /// Buttons on the dark card look alike under every theme.
 constexpr auto buttonStyle =
     "QPushButton { color: white; background: rgba(255,255,255,40); border: none;"
-    " border-radius: 6px; padding: 5px 14px; font-size: 13px; }"
+    " border-radius: 6px; padding: 5px 14px; font-size: 9.75pt; }"
     "QPushButton:hover { background: rgba(255,255,255,64); }"
     "QPushButton:pressed { background: rgba(255,255,255,26); }"
     "QPushButton:default { background: rgb(15,138,98); }"
@@ -95,7 +94,7 @@ void CardWidget::addTopRow(QBoxLayout& column, const QPixmap& mark) {
     icon->setPixmap(mark);
     auto message = std::make_unique<QLabel>();
     QFont font = message->font();
-    font.setPixelSize(card_.fontSize);
+    font.setPointSizeF(card_.fontSize * 72.0 / 96); // grows with the user's text size
     font.setWeight(QFont::Medium);
     message->setFont(font);
     message->setTextFormat(Qt::PlainText);
@@ -130,18 +129,40 @@ void CardWidget::addButtons(QBoxLayout& column) {
     column.addLayout(row.release());
 }
 
+void CardWidget::place() {
+    const auto* screen = QGuiApplication::primaryScreen();
+    if (screen == nullptr)
+        return;
+    const auto visible = screen->availableGeometry();
+    const auto frame = cardFrame(
+        card_, {visible.x(), visible.y(), visible.width(), visible.height()}, width(), height());
+    move(frame.x, frame.y);
+}
+
+void CardWidget::follow(QScreen* screen) {
+    QObject::disconnect(screenChanges_);
+    if (screen != nullptr)
+        screenChanges_ =
+            connect(screen, &QScreen::availableGeometryChanged, this, &CardWidget::place);
+    place();
+}
+
+void CardWidget::fadeTo(double opacity, std::chrono::milliseconds duration) {
+    fade_.stop(); // one that comes in would fight with the one that goes out
+    fade_.setEndValue(opacity);
+    fade_.setDuration(static_cast<int>(duration.count()));
+    fade_.start();
+}
+
 void CardWidget::appear() {
-    if (const auto* screen = QGuiApplication::primaryScreen()) {
-        const auto visible = screen->availableGeometry();
-        const auto frame =
-            cardFrame(card_, {visible.x(), visible.y(), visible.width(), visible.height()}, width(),
-                      height());
-        move(frame.x, frame.y);
-    }
+    // A card stays until it is answered: it comes along when its screen goes or gets smaller.
+    connect(qApp, &QGuiApplication::primaryScreenChanged, this, &CardWidget::follow);
+    follow(QGuiApplication::primaryScreen());
     if (!isComposited()) {
         QBitmap shape(size());
         shape.fill(Qt::color0);
         QPainter painter(&shape);
+        painter.setPen(Qt::NoPen);
         painter.setBrush(Qt::color1);
         painter.drawRoundedRect(rect(), card_.cornerRadius, card_.cornerRadius);
         painter.end();
@@ -149,10 +170,7 @@ void CardWidget::appear() {
     }
     if (card_.fadeIn.count() > 0) {
         setWindowOpacity(0);
-        auto fade = std::make_unique<QPropertyAnimation>(this, "windowOpacity");
-        fade->setEndValue(1.0);
-        fade->setDuration(static_cast<int>(card_.fadeIn.count()));
-        fade.release()->start(QAbstractAnimation::DeleteWhenStopped);
+        fadeTo(1, card_.fadeIn);
     }
     show();
     raise();
@@ -165,16 +183,15 @@ void CardWidget::retire() {
         deleteLater();
         return;
     }
-    auto fade = std::make_unique<QPropertyAnimation>(this, "windowOpacity");
-    fade->setEndValue(0.0);
-    fade->setDuration(static_cast<int>(card_.fadeOut.count()));
-    connect(fade.get(), &QAbstractAnimation::finished, this, &QObject::deleteLater);
-    fade.release()->start(QAbstractAnimation::DeleteWhenStopped);
+    fadeTo(0, card_.fadeOut);
+    connect(&fade_, &QAbstractAnimation::finished, this, &QObject::deleteLater);
 }
 
 void CardWidget::paintEvent(QPaintEvent* /*event*/) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
+    if (!mask().isNull()) // its edge isn't soft, and what shows behind a soft one is black here
+        painter.fillRect(rect(), colorOf(card_.background));
     painter.setBrush(colorOf(card_.background));
     painter.setPen(colorOf(card_.border));
     painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), card_.cornerRadius,

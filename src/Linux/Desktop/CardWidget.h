@@ -4,9 +4,13 @@
 #include "Platform/Panel.h"
 
 #include <QPixmap>
+#include <QPropertyAnimation>
 #include <QWidget>
 
+#include <chrono>
+
 class QBoxLayout;
+class QScreen;
 
 namespace mnemora::desktop {
 
@@ -16,7 +20,7 @@ class CardWidget : public QWidget {
   public:
     CardWidget(Card card, const QPixmap& mark);
 
-    /// Puts it into its corner of the main screen and on top.
+    /// Puts it into its corner of the main screen, where it stays when that changes, and on top.
     void appear();
     /// Takes it away, fading as the card says, and deletes it. No callback follows.
     void retire();
@@ -28,9 +32,14 @@ class CardWidget : public QWidget {
   private:
     void addTopRow(QBoxLayout& column, const QPixmap& mark);
     void addButtons(QBoxLayout& column);
+    void place();
+    void follow(QScreen* screen);
+    void fadeTo(double opacity, std::chrono::milliseconds duration);
     void call(const std::function<void()>& callback);
 
     const Card card_;
+    QMetaObject::Connection screenChanges_;
+    QPropertyAnimation fade_{this, "windowOpacity"};
     bool retired_ = false;
 };
 
