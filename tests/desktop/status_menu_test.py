@@ -11,6 +11,7 @@ import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from accessible_program import Atspi, GLib
 from observer import Observer, environment_for
 from status_panel import StatusPanel
 from windows import PATIENCE, TextWindow, wait_until, xdotool
@@ -153,6 +154,27 @@ class TrayTest(StatusTest):
         size = xdotool("getwindowgeometry", "--shell", window)
         return next((int(line[6:]) for line in size.splitlines() if line.startswith("WIDTH=")), 0)
 
+    def expect_the_menu_to_speak(self):
+        """A popup stands below no application, so a screen reader hears of it by the focus and
+        finds the lines around that."""
+        heard = []
+        listener = Atspi.EventListener.new(lambda event: heard.append(event.source))
+        listener.register("object:state-changed:focused")
+        self.addCleanup(listener.deregister, "object:state-changed:focused")
+        xdotool("key", "Down")
+
+        def lines():
+            while GLib.MainContext.default().iteration(False):
+                pass
+            items = [item for item in heard if item.get_role() == Atspi.Role.MENU_ITEM]
+            menu = items[0].get_parent() if items else None
+            return menu and [menu.get_child_at_index(i).get_name()
+                             for i in range(menu.get_child_count())]
+        texts = wait_until(lines, what="the focus in the menu")
+        self.assertEqual([text for text in texts if text][:4],
+                         ["● Capturing", "1 memories today", "RECENT", "  XTerm — A & b_c"])
+        self.assertEqual(texts[-4:], COMMANDS)
+
     def open_menu(self, button):
         former = self.windows()
         self.click(button)
@@ -168,6 +190,7 @@ class TrayTest(StatusTest):
         xdotool("key", "Down", "Down", "Down", "Return")  # what is plain text is passed over
         wait_until(lambda: self.name_in_front() == "Welcome to Mnemora", what="the setup window")
         self.open_menu("1")
+        self.expect_the_menu_to_speak()
         xdotool("key", "ctrl+q")
         self.expect_end()
 

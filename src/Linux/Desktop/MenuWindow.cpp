@@ -42,9 +42,12 @@ QKeySequence keysOf(const MenuItem& item) {
 
 } // namespace
 
-MenuWindow::MenuWindow() : QWidget(nullptr, Qt::Dialog | Qt::WindowStaysOnTopHint) {
+MenuWindow::MenuWindow()
+    : QWidget(nullptr, Qt::Dialog | Qt::WindowStaysOnTopHint | Qt::CustomizeWindowHint |
+                           Qt::WindowTitleHint | Qt::WindowCloseButtonHint) {
     setWindowTitle(QStringLiteral("Mnemora"));
     setAttribute(Qt::WA_QuitOnClose, false);
+    setFocusPolicy(Qt::ClickFocus); // as a menu opens: nothing is chosen yet
 }
 
 void MenuWindow::open(const Menu& menu) {
@@ -52,6 +55,7 @@ void MenuWindow::open(const Menu& menu) {
     adjustSize();
     moveToPointer();
     show();
+    setFocus();
     raise();
     activateWindow();
 }
