@@ -148,10 +148,12 @@ class OnboardingWindow::Window : public QDialog {
                              if (state == Qt::ApplicationActive)
                                  recheck();
                          });
+        poll_.start(pollInterval); // goes on while the window is hidden: it comes back up to date
     }
 
     void bringToFront() {
-        if (!isVisible())
+        // Later it comes back where it was, if there still is a screen.
+        if (!std::exchange(isPlaced_, true) || !QGuiApplication::screenAt(geometry().center()))
             centre();
         showNormal();
         raise();
@@ -164,16 +166,6 @@ class OnboardingWindow::Window : public QDialog {
         if (event->type() == QEvent::LayoutRequest) // a text has become shorter or longer
             fitHeight();
         return handled;
-    }
-    // Nobody sees a hidden window's states: its browsers aren't asked every second.
-    void showEvent(QShowEvent* event) override {
-        recheck();
-        poll_.start(pollInterval);
-        QDialog::showEvent(event);
-    }
-    void hideEvent(QHideEvent* event) override {
-        poll_.stop();
-        QDialog::hideEvent(event);
     }
 
   private:
@@ -252,6 +244,7 @@ class OnboardingWindow::Window : public QDialog {
 
     OnboardingView view_;
     QTimer poll_;
+    bool isPlaced_ = false;
     std::vector<RowView*> rows_; // as everything below, owned by the layout
     TextLabel* tip_ = nullptr;
     QPushButton* restart_ = nullptr;

@@ -12,19 +12,27 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
 from accessible_program import AccessibleProgram
-from observer import Observer
+from observer import Observer, environment_for
 from windows import PATIENCE, wait_until, xdotool
 
 PROGRAM = sys.argv[1]
 TITLES_GRANTED = "Granted — knows which app & window you're in."
+TITLES_MISSING = "Reads the active window title for context (Accessibility)."
 
 
-def is_on(switch):
-    answer = subprocess.run(
+def properties(method, *arguments):
+    return subprocess.run(
         ["gdbus", "call", "--session", "--dest", "org.a11y.Bus", "--object-path", "/org/a11y/bus",
-         "--method", "org.freedesktop.DBus.Properties.Get", "org.a11y.Status", switch],
-        capture_output=True, text=True, check=True, timeout=PATIENCE)
-    return "true" in answer.stdout
+         "--method", f"org.freedesktop.DBus.Properties.{method}", "org.a11y.Status", *arguments],
+        capture_output=True, text=True, check=True, timeout=PATIENCE).stdout
+
+
+def is_on(name):
+    return "true" in properties("Get", name)
+
+
+def switch(name, value):
+    properties("Set", name, f"<{value}>")
 
 
 def window(title):
@@ -48,7 +56,8 @@ class SetupWindowTest(unittest.TestCase):
         os.environ["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1"
         folder = tempfile.TemporaryDirectory(prefix="mnemora-setup.")
         self.addCleanup(folder.cleanup)
-        self.configuration = pathlib.Path(folder.name) / "config"
+        self.folder = pathlib.Path(folder.name)
+        self.configuration = self.folder / "config"
         (self.configuration / "chromium").mkdir(parents=True)  # this user has used Chromium
         self.observer = Observer(PROGRAM, pathlib.Path(folder.name))
         self.addCleanup(self.observer.stop)
@@ -61,6 +70,7 @@ class SetupWindowTest(unittest.TestCase):
         self.assertFalse(is_on("IsEnabled"))
         self.turn_accessibility_on_by_keyboard()
         self.the_setup_window_follows()
+        self.a_hidden_one_goes_on_and_comes_back_where_it_was()
         self.install_and_remove_the_extension()
         self.the_primary_button_closes()
 
@@ -81,6 +91,28 @@ class SetupWindowTest(unittest.TestCase):
         wait_until(lambda: self.program.shows(TITLES_GRANTED), what="the second row to follow")
         buttons = self.program.buttons()
         self.assertEqual(set(buttons), {"Grant: Browser pages (optional)", "Start remembering"})
+
+    def a_hidden_one_goes_on_and_comes_back_where_it_was(self):
+        welcome = window("Welcome to Mnemora")
+        xdotool("windowmove", "--sync", welcome, "30", "60")
+        place = wait_until(lambda: self.place(welcome), what="the new place")
+        press(welcome, "Escape")
+        wait_until(lambda: not self.program.shows(TITLES_GRANTED), what="the window to hide")
+        for value, detail in (("false", TITLES_MISSING), ("true", TITLES_GRANTED)):
+            switch("IsEnabled", value)
+            wait_until(lambda: any(name == detail for _, name, _ in self.program.objects()),
+                       what=f"'{detail}' while hidden")
+        subprocess.run([PROGRAM], env=environment_for(self.folder), check=True, timeout=PATIENCE,
+                       stderr=subprocess.DEVNULL)
+        self.program.click("Setup & Permissions…")
+        wait_until(lambda: self.program.shows(TITLES_GRANTED), what="the window's return")
+        wait_until(lambda: self.place(window("Welcome to Mnemora")) == place, what="its old place")
+
+    @staticmethod
+    def place(identifier):
+        lines = subprocess.run(["xwininfo", "-id", identifier], capture_output=True, text=True,
+                               check=False).stdout.splitlines()
+        return [line.split()[-1] for line in lines if "Absolute" in line]
 
     def install_and_remove_the_extension(self):
         self.program.click("Grant: Browser pages (optional)")
