@@ -1,6 +1,7 @@
 #include "Linux/Desktop/AddressOpener.h"
 
 #include "Linux/Desktop/GLibHandles.h"
+#include "Log.h"
 
 namespace mnemora::desktop {
 
@@ -9,10 +10,12 @@ bool openAddress(const std::string& address) {
     if (!scheme)
         return false;
     const GRef<GAppInfo> program(g_app_info_get_default_for_uri_scheme(scheme.get()));
-    if (!program)
-        return false;
     const GRef<GAppLaunchContext> context(g_app_launch_context_new());
-    return g_app_info_launch_default_for_uri(address.c_str(), context.get(), nullptr) != FALSE;
+    if (program && g_app_info_launch_default_for_uri(address.c_str(), context.get(), nullptr))
+        return true;
+    // A click that does nothing would be a riddle. The rest of the address is the user's own.
+    logError(std::string("no program here opens addresses of the kind ") + scheme.get());
+    return false;
 }
 
 } // namespace mnemora::desktop
