@@ -6,6 +6,7 @@
 #include "fakes/TemporaryHome.h"
 
 #include <chrono>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -84,12 +85,20 @@ TEST(DesktopApplication, StartsAProgramOfItsOwnSessionWithoutOurDescriptors) {
                "sed 's/.*) //' /proc/$$/stat | cut -d' ' -f2-4\necho $$\ntr -d '\\0' "
                "</proc/$$/status | grep -E 'SigBlk|SigIgn'\necho end");
     setenv("REPORT", report.c_str(), 1);
+    const auto formerPipe = std::signal(SIGPIPE, SIG_IGN); // as the program does
+    sigset_t one;
+    sigset_t formerMask;
+    sigemptyset(&one);
+    sigaddset(&one, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &one, &formerMask);
     const int leaked = open("/dev/null", O_RDONLY); // not close-on-exec
     ASSERT_GT(leaked, 2);
     desktop::DesktopApplication application([] {});
     ASSERT_TRUE(
         application.startDetached("/bin/sh", {"-c", AppRelauncher::command(program.string())}));
     close(leaked);
+    pthread_sigmask(SIG_SETMASK, &formerMask, nullptr);
+    std::signal(SIGPIPE, formerPipe);
     std::istringstream lines(written(report));
     std::string descriptors;
     std::string family;
@@ -97,6 +106,10 @@ TEST(DesktopApplication, StartsAProgramOfItsOwnSessionWithoutOurDescriptors) {
     std::getline(lines, descriptors);
     std::getline(lines, family);
     std::getline(lines, identifier);
+    std::string blocked;
+    std::string ignored;
+    std::getline(lines, blocked);
+    std::getline(lines, ignored);
     // The listing itself holds one more, on the folder that it lists.
     EXPECT_EQ(descriptors, "0 1 2 3 ");
     int parent = 0;
@@ -106,6 +119,9 @@ TEST(DesktopApplication, StartsAProgramOfItsOwnSessionWithoutOurDescriptors) {
     EXPECT_NE(parent, getpid());
     EXPECT_NE(session, getsid(0));
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1); // nobody is left for us to wait for
+    EXPECT_EQ(blocked, "SigBlk:\t0000000000000000");
+    const auto signals = std::stoull(ignored.substr(ignored.find('\t') + 1), nullptr, 16);
+    EXPECT_EQ(signals & (1ULL << (SIGPIPE - 1)), 0U) << ignored;
 }
 
 TEST(DesktopApplication, SaysWhenAProgramCannotBeStarted) {
