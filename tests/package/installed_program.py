@@ -10,7 +10,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
-from windows import PATIENCE, wait_until
+from windows import PATIENCE, wait_until, xdotool
 
 PROGRAM = "/usr/bin/mnemora"
 DATABASE = pathlib.Path(os.environ["HOME"]) / ".local/share/Mnemora/mnemora.sqlite"
@@ -49,14 +49,19 @@ window.title(sys.argv[1])
 tkinter.Label(window, text=sys.argv[2], font=("DejaVu Sans", 16), padx=40, pady=80).pack()
 window.mainloop()"""
 title = f"Notes {word}"
-window = subprocess.Popen(["python3", "-c", WINDOW, title,
-                           f"The {word} worktop is made of oak.\nDelivery on Friday."])
+window = None
 with tempfile.TemporaryFile("w+") as log:
     program = subprocess.Popen([PROGRAM], stderr=log)
     try:
+        # Started for the first time, it puts its own window in front; what opens later covers that.
+        wait_until(lambda: xdotool("search", "--onlyvisible", "--name", "^Welcome to Mnemora$"),
+                   what="the setup window")
+        window = subprocess.Popen(["python3", "-c", WINDOW, title,
+                                   f"The {word} worktop is made of oak.\nDelivery on Friday."])
         body = wait_until(lambda: kept(title), what="the window in the memory")
     finally:
-        window.terminate()
+        if window:
+            window.terminate()
         program.terminate()
         status = program.wait(PATIENCE)
         log.seek(0)
