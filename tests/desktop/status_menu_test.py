@@ -55,6 +55,14 @@ class StatusTest(unittest.TestCase):
     def windows_named(self, name):
         return xdotool("search", "--onlyvisible", "--name", f"^{name}$").split()
 
+    def icon(self):
+        """The icon's window inside the tray, once it is there."""
+        tray = wait_until(lambda: xdotool("search", "--class", "trayer").split(),
+                          what="the tray")[-1]
+        tree = subprocess.run(["xwininfo", "-tree", "-id", tray], capture_output=True, text=True,
+                              check=True).stdout
+        return next((line.split()[0] for line in tree.splitlines() if '"Mnemora"' in line), None)
+
 
 @unittest.skipUnless(AREA == "Bus", "another area")
 class BusTest(StatusTest):
@@ -98,6 +106,19 @@ class BusTest(StatusTest):
         second.open_menu()
         self.assertEqual(self.program.log.read_text().count("no status area"), 1)
 
+    def test_the_icon_appears_in_an_older_tray_that_comes_late(self):
+        self.launch()
+        self.wait_for_log("no status area here")
+        for _ in range(2):
+            tray = subprocess.Popen(["trayer"], stdout=subprocess.DEVNULL,
+                                    stderr=subprocess.DEVNULL)
+            try:
+                wait_until(self.icon, what="the icon")
+            finally:
+                tray.terminate()
+                tray.wait(PATIENCE)
+        self.assertEqual(self.program.stop(), 0)
+
     def test_a_second_start_opens_the_menu_of_the_first(self):
         self.launch()
         self.program.wait_for_title("A & b_c")
@@ -130,14 +151,6 @@ class BusTest(StatusTest):
 
 @unittest.skipUnless(AREA == "Tray", "another area")
 class TrayTest(StatusTest):
-    def icon(self):
-        """The icon's window inside the tray, once it is there."""
-        tray = wait_until(lambda: xdotool("search", "--class", "trayer").split(),
-                          what="the tray")[-1]
-        tree = subprocess.run(["xwininfo", "-tree", "-id", tray], capture_output=True, text=True,
-                              check=True).stdout
-        return next((line.split()[0] for line in tree.splitlines() if '"Mnemora"' in line), None)
-
     def click(self, button):
         icon = wait_until(self.icon, what="the icon")
         xdotool("mousemove", "10", "400")  # a pointer that stays would be waited for in vain
