@@ -6,12 +6,26 @@
 
 namespace mnemora::desktop {
 
-void giveNameUp(const QString& name) {
+namespace {
+
+QDBusMessage callOfTheBus(const QString& method, const QString& name) {
     const auto bus = QStringLiteral("org.freedesktop.DBus");
-    auto call = QDBusMessage::createMethodCall(bus, QStringLiteral("/org/freedesktop/DBus"), bus,
-                                               QStringLiteral("ReleaseName"));
+    auto call =
+        QDBusMessage::createMethodCall(bus, QStringLiteral("/org/freedesktop/DBus"), bus, method);
     call << name;
+    return call;
+}
+
+} // namespace
+
+void askForName(const QString& name) {
+    auto call = callOfTheBus(QStringLiteral("RequestName"), name);
+    call << 0U; // no flags
     QDBusConnection::sessionBus().send(call);
+}
+
+void giveNameUp(const QString& name) {
+    QDBusConnection::sessionBus().send(callOfTheBus(QStringLiteral("ReleaseName"), name));
 }
 
 void registerBusTypes() {

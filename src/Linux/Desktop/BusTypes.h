@@ -52,8 +52,10 @@ struct MenuEvent {
 };
 using MenuEvents = QList<MenuEvent>;
 
-/// Gives a name on the session's bus up, without waiting for the bus, which may hang: what the
-/// toolkit itself offers waits 25 s for the answer.
+/// Asks for a name on the session's bus, or gives it up, without waiting for the bus, which may
+/// hang: what the toolkit itself offers waits 25 s for the answer. What is sent afterwards, the bus
+/// deals with afterwards.
+void askForName(const QString& name);
 void giveNameUp(const QString& name);
 
 /// Makes the types known to the toolkit; more than once does no harm.

@@ -120,8 +120,7 @@ void NotifierItem::setIcon(const QIcon& icon) {
 }
 
 void NotifierItem::registerItem() {
-    auto bus = QDBusConnection::sessionBus();
-    bus.registerService(service_);
+    askForName(service_);
     auto call = QDBusMessage::createMethodCall(watcherService, watcherPath, watcherService,
                                                QStringLiteral("RegisterStatusNotifierItem"));
     call.setAutoStartService(false);

@@ -11,7 +11,6 @@
 #include <QEventLoop>
 #include <QTimer>
 
-#include <optional>
 #include <utility>
 
 namespace mnemora::desktop {
@@ -55,15 +54,22 @@ bool SingleInstance::acquire(std::chrono::milliseconds patience) {
         return true;
     }
     bus.registerObject(objectPath, object_.get(), QDBusConnection::ExportAdaptors);
-    holds_ = takeName() || takeOver(patience);
+    // What it asks would wait 25 s for a bus that hangs.
+    bus.interface()->setTimeout(static_cast<int>(patience.count()));
+    const auto taken = takeName();
+    if (!taken)
+        logError("the session bus doesn't answer: a second start can't find this one");
+    holds_ = taken.value_or(true) || takeOver(patience); // the bus may still give it
     return holds_;
 }
 
-bool SingleInstance::takeName() {
+std::optional<bool> SingleInstance::takeName() {
     const auto reply = QDBusConnection::sessionBus().interface()->registerService(
         serviceName, QDBusConnectionInterface::DontQueueService,
         QDBusConnectionInterface::DontAllowReplacement);
-    return reply.isValid() && reply.value() == QDBusConnectionInterface::ServiceRegistered;
+    if (!reply.isValid())
+        return std::nullopt;
+    return reply.value() == QDBusConnectionInterface::ServiceRegistered;
 }
 
 bool SingleInstance::takeOver(std::chrono::milliseconds patience) {
@@ -74,7 +80,7 @@ bool SingleInstance::takeOver(std::chrono::milliseconds patience) {
         loop.quit();
     };
     const auto retry = [&] {
-        if (!taken && takeName())
+        if (!taken && takeName().value_or(false))
             settle(true);
     };
     const auto bus = QDBusConnection::sessionBus();

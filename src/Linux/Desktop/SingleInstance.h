@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace mnemora::desktop {
 
@@ -38,14 +39,16 @@ class SingleInstance {
     /// Takes the name. Another program that holds it is asked to show itself: false once it has
     /// answered, and this one should end. One that is just ending gives the name up instead, for
     /// which it gets `patience`; one that does neither counts as running. True also without a
-    /// session bus, with an error line: then nothing keeps a second one away.
+    /// session bus, or one that answers within `patience`, with an error line: then nothing keeps a
+    /// second one away.
     [[nodiscard]] bool acquire(std::chrono::milliseconds patience);
     /// Gives the name up, for the next one: the first thing to do when this one is to end. More
     /// than once does no harm.
     void release();
 
   private:
-    [[nodiscard]] static bool takeName();
+    /// Whether the name is ours; absent when the bus doesn't answer.
+    [[nodiscard]] static std::optional<bool> takeName();
     [[nodiscard]] static bool takeOver(std::chrono::milliseconds patience);
 
     std::unique_ptr<QObject> object_;

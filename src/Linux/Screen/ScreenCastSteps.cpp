@@ -160,8 +160,9 @@ void ScreenCastPortal::Session::remoteOpened(GAsyncResult* result, std::uint32_t
         return fail("the desktop's portal opened no way to PipeWire");
     gint32 index = 0;
     g_variant_get(reply.get(), "(h)", &index);
-    FileDescriptor remote(
-        index < g_unix_fd_list_get_length(list) ? g_unix_fd_list_get(list, index, nullptr) : -1);
+    FileDescriptor remote(index >= 0 && index < g_unix_fd_list_get_length(list)
+                              ? g_unix_fd_list_get(list, index, nullptr)
+                              : -1);
     if (!remote)
         return fail("the desktop's portal opened no way to PipeWire");
     std::string reason;
