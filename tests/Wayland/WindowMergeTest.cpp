@@ -89,6 +89,8 @@ TEST_F(WindowMergeTest, KnowsWithoutAListOnlyTheOneThatCallsItselfActive) {
     EXPECT_EQ(front({{}, {}, {editor, kate}}), Front{}) << "one of them hangs";
     EXPECT_EQ(front({{}, {}, {idle}}), Front{}) << "a program that isn't on the bus";
     EXPECT_EQ(front({{}, server, {idle}}), (Front{20, "terminal"}));
+    server.front = {8, {{}, {}, {}, shell.process}, {}};
+    EXPECT_EQ(front({{}, server, {editor, shell}}), (Front{10, "Draft"})) << "the shell holds it";
 }
 
 TEST_F(WindowMergeTest, StacksEveryWindowThatMayShowAndNoneInPart) {

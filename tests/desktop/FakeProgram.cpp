@@ -86,6 +86,15 @@ void FakeProgram::answer(Replies replies) {
     replies_ = std::move(replies);
 }
 
+bool FakeProgram::join() {
+    const char* root = "/org/a11y/atspi/accessible/root";
+    const GValueRef reply(g_dbus_connection_call_sync(
+        bus_.get(), "org.a11y.atspi.Registry", root, "org.a11y.atspi.Socket", "Embed",
+        g_variant_new("((so))", service(), root), nullptr, G_DBUS_CALL_FLAGS_NONE, 10'000, nullptr,
+        nullptr));
+    return reply != nullptr;
+}
+
 void FakeProgram::announce(int times) {
     for (int i = 0; i < times; ++i)
         g_dbus_connection_emit_signal(

@@ -34,6 +34,8 @@ class FakeProgram {
     /// Answers no more.
     void hang();
     void answer(Replies replies);
+    /// Enters itself in the bus's list of programs; false where that fails.
+    bool join();
     /// Says that its window became active, that many times.
     void announce(int times = 1);
     /// How often its windows were asked for.

@@ -10,8 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
+#include <list>
 #include <thread>
 #include <unistd.h>
 
@@ -242,6 +244,17 @@ TEST_F(AccessibilityFaults, AProgramThatHangsIsHeardAgainOnceItSpeaks) {
     EXPECT_TRUE(read());
     EXPECT_LT(longest_.longest(), mainThreadBound);
     EXPECT_TRUE(before.comesBack()) << before << " before, " << ProcessUse::now() << " after";
+}
+
+// One that is left out would have windows that nobody asks for.
+TEST_F(AccessibilityFaults, EachOfVeryManyProgramsIsAsked) {
+    std::list<FakeProgram> many(100);
+    for (FakeProgram& program : many)
+        ASSERT_TRUE(program.join());
+    EXPECT_TRUE(session_.runUntil([&] {
+        (void)session_.windows->readAll(1s);
+        return std::ranges::all_of(many, [](const auto& program) { return program.surveys() > 0; });
+    }));
 }
 
 using AccessibilityLongFaults = AccessibilityFaults;

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <list>
@@ -255,15 +256,19 @@ TEST(WaylandWindowsWithoutAList, AreKnownByTheBusAndTheXServerOrNotAtAll) {
     ASSERT_TRUE(comesToFront("Gtk native"));
     EXPECT_EQ(session.workspace->frontmostApplication()->processIdentifier, native.process());
     EXPECT_TRUE(session.runUntil([&] { return session.guard->contentMayBeRead(); }));
-    EXPECT_TRUE(session.runUntil([&] { return regions.withheld() == Area{}; }));
-    {
-        // A browser that nobody hears of may show a private window.
-        const test::TemporaryHome folder;
-        const auto browser = folder.path() / "firefox-esr";
-        fs::copy_file("/bin/sleep", browser);
-        const Program silent({browser.string(), "infinity"});
-        EXPECT_TRUE(session.runUntil([&] { return !regions.withheld(); }));
+    const test::TemporaryHome folder;
+    const auto running = [&](const char* called) {
+        fs::copy_file("/bin/sleep", folder.path() / called);
+        return Program({(folder.path() / called).string(), "infinity"});
+    };
+    // A program that nobody hears of may show a private window.
+    for (const char* called : {"firefox-esr", "keepassxc"}) {
+        EXPECT_TRUE(session.runUntil([&] { return regions.withheld() == Area{}; }));
+        const Program silent = running(called);
+        EXPECT_TRUE(session.runUntil([&] { return !regions.withheld(); })) << called;
     }
+    // These run in most sessions, without a window.
+    const std::array<Program, 2> services = {running("gpg-agent"), running("keepassxc-proxy")};
     EXPECT_TRUE(session.runUntil([&] { return regions.withheld() == Area{}; }));
     const Program onServer({"xterm", "-T", "Xterm notes"});
     ASSERT_TRUE(comesToFront("Xterm notes"));

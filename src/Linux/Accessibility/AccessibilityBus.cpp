@@ -26,15 +26,14 @@ constexpr unsigned retrySeconds = 3;
 constexpr guint32 activeState = 1U << 1; // ATSPI_STATE_ACTIVE of the first word
 constexpr std::size_t maxNameBytes = 65536;
 
-std::vector<ObjectName> objects(GVariant* arguments) {
+std::vector<ObjectName> objects(GVariant* arguments, std::size_t most) {
     std::vector<ObjectName> result;
     const GValueRef list(g_variant_get_child_value(arguments, 0));
     GVariantIter items;
     g_variant_iter_init(&items, list.get());
     const gchar* service = nullptr;
     const gchar* path = nullptr;
-    while (result.size() < AccessibilityBus::maxChildren &&
-           g_variant_iter_next(&items, "(&s&o)", &service, &path) != FALSE)
+    while (result.size() < most && g_variant_iter_next(&items, "(&s&o)", &service, &path) != FALSE)
         result.push_back({service, path});
     return result;
 }
@@ -172,20 +171,27 @@ void AccessibilityBus::retryLater() {
 }
 
 void AccessibilityBus::programs(std::function<void(const std::vector<ObjectName>&)> found) {
-    children({registryService, rootPath},
-             [found = std::move(found)](const std::vector<ObjectName>* list, bool) {
-                 found(list == nullptr ? std::vector<ObjectName>() : *list);
-             });
+    childrenUpTo(maxPrograms, {registryService, rootPath},
+                 [found = std::move(found)](const std::vector<ObjectName>* list, bool) {
+                     found(list == nullptr ? std::vector<ObjectName>() : *list);
+                 });
 }
 
 void AccessibilityBus::children(
     const ObjectName& object,
     std::function<void(const std::vector<ObjectName>*, bool timedOut)> found) {
+    childrenUpTo(maxChildren, object, std::move(found));
+}
+
+void AccessibilityBus::childrenUpTo(
+    std::size_t most, const ObjectName& object,
+    std::function<void(const std::vector<ObjectName>*, bool timedOut)> found) {
     callBus(bus_.get(), {object.service, object.path, accessibleInterface, "GetChildren"}, nullptr,
-            "(a(so))", patienceMs, [found = std::move(found)](GVariant* answer, bool timedOut) {
+            "(a(so))", patienceMs,
+            [found = std::move(found), most](GVariant* answer, bool timedOut) {
                 if (answer == nullptr)
                     return found(nullptr, timedOut);
-                const auto list = objects(answer);
+                const auto list = objects(answer, most);
                 found(&list, false);
             });
 }

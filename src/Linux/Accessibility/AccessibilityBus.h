@@ -41,7 +41,7 @@ class AccessibilityBus {
 
     [[nodiscard]] GDBusConnection* connection() const { return bus_.get(); }
 
-    /// The programs on the bus; none when the registry doesn't answer.
+    /// The programs on the bus, at most maxPrograms; none when the registry doesn't answer.
     void programs(std::function<void(const std::vector<ObjectName>&)> found);
     /// The children of an object, at most maxChildren; absent children (null) with `timedOut`.
     void children(const ObjectName& object,
@@ -53,10 +53,13 @@ class AccessibilityBus {
     void isActive(const ObjectName& window, std::function<void(bool)> found);
 
     static constexpr std::size_t maxChildren = 64;
+    static constexpr std::size_t maxPrograms = 1024;
     /// How long a program may take for one answer before it counts as hung.
     static constexpr int patienceMs = 700;
 
   private:
+    void childrenUpTo(std::size_t most, const ObjectName& object,
+                      std::function<void(const std::vector<ObjectName>*, bool timedOut)> found);
     void askWhetherEnabled();
     void setEnabled(bool enabled);
     void askAddress();

@@ -1,6 +1,6 @@
 #include "Linux/Wayland/SessionWindows.h"
 
-#include "Linux/Wayland/UnheardBrowsers.h"
+#include "Linux/Wayland/UnheardPrograms.h"
 
 #include <algorithm>
 #include <set>
@@ -114,7 +114,7 @@ DisplayState SessionWindows::merged(const CompositorState& compositor, DisplaySt
     }
     // With neither of the two nobody knows which windows there are.
     const auto areTold = [&] {
-        return options_.accessible->isAvailable() && !runsUnheardBrowser(heardIn(facts));
+        return options_.accessible->isAvailable() && !runsUnheardProgram(heardIn(facts));
     };
     if (wanted.stack && (facts.listed || areTold()))
         state.stack = merge_.stack(facts);

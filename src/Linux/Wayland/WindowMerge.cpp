@@ -40,8 +40,8 @@ constexpr std::array<std::string_view, 8> firefoxBrands = {
 // The desktop's own, which may call themselves active besides the window that has the focus.
 constexpr std::array<std::string_view, 3> shells = {"gnome-shell", "plasmashell", "kwin_wayland"};
 
-bool isShell(const AccessibleProgram& program) {
-    return std::find(shells.begin(), shells.end(), program.process.program) != shells.end();
+bool isShell(const ProcessFacts& process) {
+    return std::find(shells.begin(), shells.end(), process.program) != shells.end();
 }
 
 bool hasName(const AccessibleProgram& program, const std::string& title) {
@@ -169,11 +169,13 @@ std::optional<FrontWindow> WindowMerge::front(const SessionFacts& facts) const {
         const auto& window = *std::find_if(all.begin(), all.end(), isActive);
         return FrontWindow{window.number, identify(window, facts), titleOf(window)};
     }
-    if (facts.server.front)
+    // While a native window has the focus, the window manager may hold the server's with a window
+    // of its own.
+    if (facts.server.front && !isShell(facts.server.front->identity.process))
         return facts.server.front;
     Programs active;
     for (const AccessibleProgram& program : facts.programs)
-        if (program.reading.isCertain && !isShell(program))
+        if (program.reading.isCertain && !isShell(program.process))
             active.push_back(&program);
     if (active.size() != 1)
         return std::nullopt;
@@ -182,7 +184,7 @@ std::optional<FrontWindow> WindowMerge::front(const SessionFacts& facts) const {
 
 std::optional<desktop::WindowStack> WindowMerge::stack(const SessionFacts& facts) const {
     const auto isComplete = [](const AccessibleProgram& program) {
-        return program.reading.areAllNamesKnown || isShell(program);
+        return program.reading.areAllNamesKnown || isShell(program.process);
     };
     if (!facts.listed && !std::all_of(facts.programs.begin(), facts.programs.end(), isComplete))
         return std::nullopt;
@@ -198,7 +200,7 @@ std::optional<desktop::WindowStack> WindowMerge::stack(const SessionFacts& facts
     } else {
         for (const AccessibleProgram& program : facts.programs)
             for (const std::string& name : program.reading.names)
-                if (!isShell(program))
+                if (!isShell(program.process))
                     add(unlisted(program, name));
     }
     // What the compositor lists of the server's windows leaves its menus and hints out.
@@ -218,7 +220,7 @@ std::vector<WindowIdentity> WindowMerge::clients(const SessionFacts& facts) cons
             all.push_back(identify(window, facts));
     else
         for (const AccessibleProgram& program : facts.programs)
-            if (!program.reading.names.empty() && !isShell(program))
+            if (!program.reading.names.empty() && !isShell(program.process))
                 all.push_back(identityOf({}, {}, program.process));
     return all;
 }
