@@ -46,6 +46,11 @@ TEST_F(CompositorWatcherTest, KnowsEachWindowAsItWasLastDescribedUntilItCloses) 
     state = read(watcher);
     EXPECT_EQ(state.windows->front().title, "Notes, saved");
     EXPECT_EQ(state.changes, before) << "a title alone";
+    compositor.describe("a", "Your password", "foot", {activated});
+    const auto withheld = read(watcher).changes;
+    EXPECT_GT(withheld, before);
+    compositor.describe("a", "Notes, saved", "foot", {activated});
+    EXPECT_GT(read(watcher).changes, withheld) << "which may still be painted";
     compositor.describe("a", "Notes, saved", "foot", {});
     EXPECT_GT(read(watcher).changes, before);
     compositor.close("b");

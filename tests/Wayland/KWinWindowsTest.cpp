@@ -143,6 +143,14 @@ TEST(KWinWindows, AreToldByAKWinThatComesAndGoesAndByNobodyElse) {
     ASSERT_TRUE(state && state->windows);
     EXPECT_EQ(state->windows->front().title, "other");
     EXPECT_GT(state->changes, changes);
+    const auto retitled = [&](const std::string& title) {
+        kwin->say(R"([{"id":"{2b1f}","title":")" + title +
+                  R"(","active":true,"application":"org.kde.kate"}])");
+        return windows->read(5s)->changes;
+    };
+    EXPECT_EQ(retitled("third"), state->changes) << "a title alone";
+    EXPECT_GT(retitled("Your password"), state->changes);
+    EXPECT_GT(retitled("other"), state->changes + 1) << "what it withheld may still be painted";
 
     GRef<GDBusConnection> stranger(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
     FakeKWin::tell(stranger.get(), kwin->target(), "[]");

@@ -246,6 +246,21 @@ TEST_F(AccessibilityFaults, AProgramThatHangsIsHeardAgainOnceItSpeaks) {
     EXPECT_TRUE(before.comesBack()) << before << " before, " << ProcessUse::now() << " after";
 }
 
+TEST_F(AccessibilityFaults, AWithheldTitleThatGoesIsAChangeAndOthersAreNone) {
+    const auto changesWhenCalled = [&](const char* title) {
+        program_.behave(title);
+        const auto all = session_.windows->readAll(10s);
+        EXPECT_TRUE(all);
+        EXPECT_EQ(heard(), title);
+        return all ? all->changes : 0;
+    };
+    const auto before = changesWhenCalled("Draft");
+    EXPECT_EQ(changesWhenCalled("Letter"), before);
+    const auto withheld = changesWhenCalled("Your password");
+    EXPECT_GT(withheld, before);
+    EXPECT_GT(changesWhenCalled("Letter"), withheld) << "it may still be painted";
+}
+
 // One that is left out would have windows that nobody asks for.
 TEST_F(AccessibilityFaults, EachOfVeryManyProgramsIsAsked) {
     std::list<FakeProgram> many(100);

@@ -1,5 +1,6 @@
 #include "Linux/Accessibility/AccessibleWindows.h"
 
+#include "Capture/Privacy.h"
 #include "Linux/Accessibility/AccessibilityBus.h"
 #include "Linux/Desktop/GLibThread.h"
 #include "Linux/Desktop/ProcessFacts.h"
@@ -70,6 +71,12 @@ WindowReading readingOf(const std::vector<Survey::Window>& windows) {
     reading.areAllNamesKnown =
         reading.names.size() == windows.size() && windows.size() < AccessibilityBus::maxChildren;
     return reading;
+}
+
+bool hasWithheldName(const WindowReading& reading) {
+    return std::any_of(reading.names.begin(), reading.names.end(), [](const std::string& name) {
+        return Privacy::shouldRedact(std::nullopt, name);
+    });
 }
 
 } // namespace
@@ -380,6 +387,12 @@ void AccessibleWindows::Listener::publish(Question question, WindowReading readi
     const std::lock_guard lock(shared_->mutex);
     ProcessState& state = shared_->processes[question.process];
     if (state.turn < question.turn) {
+        // Programs rename a window before they paint it.
+        if (state.reading.names != reading.names &&
+            (hasWithheldName(state.reading) || hasWithheldName(reading))) {
+            ++shared_->changes;
+            shared_->changedAt = Clock::now();
+        }
         state.reading = std::move(reading);
         state.turn = question.turn;
         state.hungUntil = {};

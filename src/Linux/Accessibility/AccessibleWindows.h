@@ -42,7 +42,8 @@ struct AccessibleProgram {
 /// All programs on the bus.
 struct AccessiblePrograms {
     std::vector<AccessibleProgram> programs = {};
-    /// Grows whenever a window became active or ceased to be, and when a program left.
+    /// Grows whenever a window became active or ceased to be, when a program left, and when one is
+    /// heard to have other names than before, one of them withheld.
     std::uint64_t changes = 0;
     /// When it was seen to grow last; the clock's beginning before that.
     std::chrono::steady_clock::time_point changedAt = {};

@@ -44,7 +44,8 @@ function tell() {
     callDBus("@", "/app/mnemora/Windows", "app.mnemora.Windows", "Tell",
              JSON.stringify(all.map(function (w) {
         return {id: String(w.internalId), title: String(w.caption), minimized: !!w.minimized,
-                application: String(w.desktopFileName || w.resourceClass || ""), process: w.pid || 0,
+                application: String(w.desktopFileName || "") || String(w.resourceClass || ""),
+                process: w.pid || 0,
                 active: !!active && String(active.internalId) === String(w.internalId)};
     })));
 }
@@ -79,10 +80,9 @@ ListedWindow windowOf(const nlohmann::json& item) {
             .isMinimized = item.value("minimized", false)};
 }
 
-std::vector<ListedWindow> withoutTitles(std::vector<ListedWindow> windows) {
-    for (ListedWindow& window : windows)
-        window.title.clear();
-    return windows;
+bool areSame(const std::vector<ListedWindow>& before, const std::vector<ListedWindow>& now) {
+    const auto isSame = [](const auto& one, const auto& other) { return !isChange(one, other); };
+    return std::equal(before.begin(), before.end(), now.begin(), now.end(), isSame);
 }
 
 /// The script in a file of this user alone, where KWin can read it; empty when that failed.
@@ -236,8 +236,7 @@ void KWinWindows::Listener::called(GDBusConnection*, const gchar* sender, const 
 void KWinWindows::Listener::publish(std::optional<std::vector<ListedWindow>> windows) {
     {
         const std::lock_guard lock(mutex);
-        const bool isSame =
-            windows && state.windows && withoutTitles(*windows) == withoutTitles(*state.windows);
+        const bool isSame = windows && state.windows && areSame(*state.windows, *windows);
         const bool isNothing = !windows && !state.windows;
         state.windows = std::move(windows);
         if (isSame || isNothing)

@@ -22,7 +22,7 @@ namespace mnemora::wayland {
 struct KWinState {
     /// Absent while no KWin is there, or before its script's first word.
     std::optional<std::vector<ListedWindow>> windows = {};
-    /// Grows whenever a window came to the front, appeared, went or changed its state.
+    /// Grows whenever a window came to the front, appeared, went or changed (see isChange).
     std::uint64_t changes = 0;
     /// When it was seen to grow last; the clock's beginning before that.
     std::chrono::steady_clock::time_point changedAt = {};

@@ -22,4 +22,9 @@ struct ListedWindow {
     bool operator==(const ListedWindow&) const = default;
 };
 
+/// Whether the screen may show something else after the change of a window from `before` to `now`
+/// that somebody has to wait for: any but that of a title, and a title that is withheld before or
+/// after, because programs change it before they paint.
+[[nodiscard]] bool isChange(const ListedWindow& before, const ListedWindow& now);
+
 } // namespace mnemora::wayland

@@ -63,9 +63,7 @@ struct Toplevels::Listeners {
     }
     static void done(void* data, Proxy*) {
         auto* handle = static_cast<Handle*>(data);
-        ListedWindow before = handle->shown;
-        before.title = handle->pending.title;
-        if (!handle->isComplete || before != handle->pending)
+        if (!handle->isComplete || isChange(handle->shown, handle->pending))
             ++handle->owner->changes_;
         handle->shown = handle->pending;
         handle->isComplete = true;

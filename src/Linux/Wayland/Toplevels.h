@@ -27,7 +27,7 @@ class Toplevels {
 
     /// The windows as the compositor last completed their description, in no order.
     [[nodiscard]] std::vector<ListedWindow> windows() const;
-    /// Grows whenever a window appeared, went, or changed its state; a title alone is no change.
+    /// Grows whenever a window appeared, went, or changed (see isChange).
     [[nodiscard]] std::uint64_t changes() const { return changes_; }
     /// The compositor has ended the list; it stays empty then.
     [[nodiscard]] bool isFinished() const { return isFinished_; }
