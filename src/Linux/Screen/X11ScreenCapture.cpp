@@ -1,27 +1,15 @@
 #include "Linux/Screen/X11ScreenCapture.h"
 
-#include <cstdlib>
-#include <string_view>
+#include "Linux/Wayland/Connection.h"
+
 #include <system_error>
 #include <thread>
 #include <utility>
 
 namespace mnemora::x11 {
-namespace {
-
-std::string_view variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
-bool isWaylandSession() {
-    return !variable("WAYLAND_DISPLAY").empty() || variable("XDG_SESSION_TYPE") == "wayland";
-}
-
-} // namespace
 
 X11ScreenCapture::X11ScreenCapture(CaptureChecks checks) : GuardedScreenCapture(std::move(checks)) {
-    if (isWaylandSession())
+    if (wayland::isWaylandSession())
         return;
     const std::lock_guard lock(server_->mutex);
     server_->connect();
@@ -35,7 +23,7 @@ bool X11ScreenCapture::Server::connect() {
 }
 
 bool X11ScreenCapture::isPermitted() {
-    if (isWaylandSession())
+    if (wayland::isWaylandSession())
         return false;
     if (!server_->isReadable)
         seekServer();
@@ -60,7 +48,7 @@ void X11ScreenCapture::seekServer() {
 }
 
 Outcome<X11ScreenCapture::Shot> X11ScreenCapture::shot() {
-    if (isWaylandSession())
+    if (wayland::isWaylandSession())
         return Shot{};
     const std::lock_guard lock(server_->mutex);
     if (!server_->connect())
