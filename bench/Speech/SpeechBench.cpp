@@ -232,11 +232,16 @@ void printWordErrors(FileTranscriber& transcriber, const std::vector<SpokenSampl
          {std::pair("people reading", &people), std::pair("people calling cards", &cards)})
         for (const auto noise : {std::optional<double>(), std::optional<double>(10)})
             (void)printWordError(transcriber, name, *set, noise);
+    auto quiet = people; // a microphone that is turned down by 30 dB
+    for (auto& sample : quiet)
+        for (float& value : sample.sound.samples)
+            value *= 0.0316F;
+    (void)printWordError(transcriber, "people reading 30 dB quieter", quiet, std::nullopt);
     const auto voices = synthesised();
-    const double quiet = printWordError(transcriber, "synthetic voices", voices, 20);
-    const double loud = printWordError(transcriber, "synthetic voices", voices, 10);
+    const double little = printWordError(transcriber, "synthetic voices", voices, 20);
+    const double much = printWordError(transcriber, "synthetic voices", voices, 10);
     std::printf("word error    %5.1f %%               synthetic voices, mean of both\n",
-                (quiet + loud) / 2);
+                (little + much) / 2);
 }
 
 int run(const SpeechEngineSettings& settings, const std::vector<std::string>& parts) {

@@ -108,6 +108,41 @@ TEST(UtteranceCutter, CutsLongSpeechWhereItIsQuietestAndTakesNothingTwice) {
     }
 }
 
+/// Remembers how loud its sound was.
+struct PeakMeter : VoiceDetector {
+    void accept(std::span<const float> window) override { last = std::ranges::max(window); }
+    [[nodiscard]] bool isSpeaking() const override { return false; }
+    std::optional<Speech> next() override { return std::nullopt; }
+    void flush() override {}
+    void reset() override {}
+
+    float last = 0;
+};
+
+TEST(UtteranceCutter, RaisesQuietSoundForTheDetectorAlone) {
+    PeakMeter detector;
+    UtteranceCutter cutter(detector, [](std::int64_t, std::span<const float>) {});
+    const struct {
+        const char* what;
+        float peak;
+        double seconds;
+        float lowest;
+        float highest;
+    } table[] = {{"a microphone turned down", 0.03F, 1, 0.3F, 0.3F},
+                 {"one that is hardly open", 0.001F, 1, 0.01F, 0.01F},
+                 {"an ordinary one, at once", 0.4F, 0.04, 0.4F, 0.4F},
+                 {"a pause between words", 0.03F, 1, 0.03F, 0.04F},
+                 {"somebody else, a while later", 0.03F, 30, 0.29F, 0.31F}};
+    for (const auto& row : table) {
+        cutter.append(
+            std::vector<float>(static_cast<std::size_t>(row.seconds * sampleRate), row.peak));
+        EXPECT_GE(detector.last, row.lowest * 0.999F) << row.what;
+        EXPECT_LE(detector.last, row.highest * 1.001F) << row.what;
+    }
+    const auto position = cutter.position();
+    EXPECT_EQ(cutter.remembered(position - 1, position)[0], 0.03F); // as it came
+}
+
 SoundPiece pieceOf(const PcmBuffer& sound, std::size_t frame, std::size_t count) {
     const auto channels = static_cast<std::size_t>(sound.channels);
     return {1, sound.sampleRate, static_cast<std::uint32_t>(sound.channels),

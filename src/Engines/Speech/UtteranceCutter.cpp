@@ -42,7 +42,7 @@ void UtteranceCutter::finish() {
 }
 
 void UtteranceCutter::takeWindow(std::span<const float> window) {
-    detector_.accept(window);
+    detector_.accept(level_.raised(window));
     heard_ += static_cast<std::int64_t>(windowSize);
     followSpeech();
     cutLongSpeech();

@@ -2,6 +2,7 @@
 // Cuts one stream of sound into utterances: stretches of speech between silences, with a little
 // sound around them, and stretches of at most some twelve seconds where nobody pauses.
 
+#include "Engines/Speech/DetectorLevel.h"
 #include "Engines/Speech/SpeechModels.h"
 
 #include <functional>
@@ -42,6 +43,7 @@ class UtteranceCutter {
     [[nodiscard]] std::span<const float> between(std::int64_t from, std::int64_t to) const;
 
     VoiceDetector& detector_;
+    DetectorLevel level_;
     const Sink sink_;
     std::vector<float> history_;             // the sound that may still be needed
     std::int64_t historyFrom_ = 0;           // position of its first sample
