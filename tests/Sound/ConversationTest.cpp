@@ -148,11 +148,11 @@ TEST_F(ConversationTest, WhatComesBackFromTheLoudspeakersIsntTheUsers) {
     };
     {
         const std::jthread player([&] { play("Speakers", other); });
-        EXPECT_TRUE(isStored("Them", "thursday"));
+        EXPECT_TRUE(isStored("Them", "thursday")) << saidBy(meetings, "Them");
     }
     {
         const std::jthread player([&] { play("MicFeed", user); });
-        EXPECT_TRUE(isStored("You", "flowers"));
+        EXPECT_TRUE(isStored("You", "flowers")) << saidBy(meetings, "You");
     }
     // What the microphone heard before has been recognised by now.
     EXPECT_EQ(saidBy(meetings, "You").find("meeting"), std::string::npos)
