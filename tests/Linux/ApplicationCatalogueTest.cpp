@@ -80,7 +80,8 @@ TEST(ApplicationCatalogue, KnowsAWindowByWhateverNameItBears) {
         {window("Navigator", "firefox-esr", "firefox-esr"), "firefox-esr", "Firefox ESR",
          Browser::Firefox},
         {window("vivaldi-stable", "Vivaldi-stable", "vivaldi-bin"), nullptr, "Vivaldi-stable",
-         Browser::Chromium},
+         Browser::Unmarked},
+        {window("opera", "Opera", "opera", "com.opera.Opera"), nullptr, "Opera", Browser::Unmarked},
         {window("Navigator", "Tor Browser", "firefox.real"), nullptr, "Tor Browser",
          Browser::Unmarked},
         // A page in a window of its own is its own application, yet a browser's window.
@@ -278,7 +279,7 @@ TEST(ProcessFacts, TellThisProcessAndNothingOfOneThatIsGone) {
     const auto facts = processFacts(getpid());
     EXPECT_EQ(facts.executable, std::filesystem::read_symlink("/proc/self/exe").string());
     EXPECT_EQ(facts.program, "applications-test");
-    EXPECT_FALSE(facts.startedPrivate);
+    EXPECT_FALSE(facts.keepsNothing);
     EXPECT_EQ(processFacts(0), ProcessFacts());
     EXPECT_TRUE(processFacts(1 << 30).executable.empty());
 }

@@ -167,7 +167,7 @@ TEST(FrontContent, OfABrowserIsReadOnlyWhenItIsKnownNotToBePrivate) {
         Text shown;
         std::optional<WindowReading> reading;
         bool mayBeRead;
-        bool startedPrivate = false;
+        bool keepsNothing = false;
         std::string instance = "Navigator";
     };
     const WindowReading news{"News - Chromium", true};
@@ -198,6 +198,7 @@ TEST(FrontContent, OfABrowserIsReadOnlyWhenItIsKnownNotToBePrivate) {
         {Browser::WebKit, "News", std::nullopt, false},
         {Browser::WebKit, "News", WindowReading{"News", true}, false, true},
         {Browser::Firefox, "News — Mozilla Firefox", std::nullopt, true},
+        {Browser::Firefox, "News — Mozilla Firefox", std::nullopt, false, true},
         {Browser::Firefox, "News — Mozilla Firefox Privater Modus", std::nullopt, false},
         {Browser::Firefox, std::nullopt, std::nullopt, false},
         {Browser::Firefox, "Page Info — https://bank.example", std::nullopt, false, false,
@@ -212,7 +213,7 @@ TEST(FrontContent, OfABrowserIsReadOnlyWhenItIsKnownNotToBePrivate) {
         FrontFacts facts;
         facts.window.title = test.shown;
         facts.window.identity.instance = test.instance;
-        facts.window.identity.process.startedPrivate = test.startedPrivate;
+        facts.window.identity.process.keepsNothing = test.keepsNothing;
         facts.application.browser = test.browser;
         facts.reading = test.reading;
         EXPECT_EQ(mayBeRead(facts, markers), test.mayBeRead)

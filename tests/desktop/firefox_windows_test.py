@@ -1,5 +1,5 @@
-"""The secondary windows of a private Firefox window: the developer's tools in a window of their
-own, and a video as picture in picture.
+"""Windows of Firefox that bear no marker and are private all the same: the developer's tools in a
+window of their own, a video as picture in picture, and all of one that never remembers history.
 
 Usage: firefox_windows_test.py PROGRAM, inside a desktop session with the accessibility bus on.
 """
@@ -76,6 +76,14 @@ class FirefoxWindowsTest(CaptureTest):
         picture = self.second_window(browser, "ctrl+shift+bracketright")
         wait_until(lambda: xdotool("getwindowname", picture), what="its title")
         self.assert_withheld_in_front_and_beside(browser, picture, secret)
+
+    def test_keeps_nothing_of_one_that_never_remembers_history(self):
+        secret = ["Wetterstein", "Haselmaus"]
+        address = self.pages.add("/hidden", "Hidden page", big_page(secret), report=False)
+        with mock.patch.dict(Firefox.PREFERENCES, {"browser.privatebrowsing.autostart": True}):
+            browser = self.started(Firefox(address, "Hidden page"))
+        self.assertNotIn("rivate", xdotool("getwindowname", browser.window))
+        self.assert_withheld_in_front_and_beside(browser, browser.window, secret)
 
 
 if __name__ == "__main__":

@@ -36,11 +36,15 @@ constexpr TableRow rows[] = {
      "one.ablaze.floorp|zen|zen-browser|app.zen_browser.zen|icecat|org.gnu.icecat|iceweasel|"
      "palemoon|pale moon|seamonkey|basilisk|icedove-browser"},
     {"", Browser::Chromium,
+     "thorium-browser|thorium|iridium-browser|cromite|org.cromite.cromite|helium|"
+     "net.imput.helium|supermium"},
+    // Of Chromium's family, but with windows of their own making: nobody has established that
+    // those name themselves as Chromium's do.
+    {"", Browser::Unmarked,
      "vivaldi|vivaldi-stable|vivaldi-snapshot|vivaldi-bin|com.vivaldi.vivaldi|opera|opera-beta|"
      "opera-developer|opera-stable|com.opera.opera|yandex-browser|yandex_browser|"
-     "yandex-browser-beta|ru.yandex.browser|thorium-browser|thorium|iridium-browser|cromite|"
-     "org.cromite.cromite|naver-whale|naver-whale-stable|whale|slimjet|flashpeak-slimjet|"
-     "browser360|helium|net.imput.helium|supermium|wavebox|ghost-browser"},
+     "yandex-browser-beta|ru.yandex.browser|naver-whale|naver-whale-stable|whale|slimjet|"
+     "flashpeak-slimjet|browser360|wavebox|ghost-browser"},
     {"", Browser::Unmarked,
      "tor browser|tor-browser|torbrowser|torbrowser-launcher|org.torproject.torbrowser-launcher|"
      "mullvad browser|mullvad-browser|mullvadbrowser|net.mullvad.mullvadbrowser|qutebrowser|"

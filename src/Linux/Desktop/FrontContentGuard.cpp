@@ -25,7 +25,8 @@ bool chromiumMayBeRead(const FrontFacts& facts, PrivateWindowMarkers& markers) {
 bool firefoxMayBeRead(const FrontFacts& facts) {
     const auto& shown = facts.window.title;
     const auto name = facts.reading ? facts.reading->name : std::nullopt;
-    if ((!shown && !name) || !isFirefoxBrowserWindow(facts.window.identity.instance))
+    if ((!shown && !name) || facts.window.identity.process.keepsNothing ||
+        !isFirefoxBrowserWindow(facts.window.identity.instance))
         return false;
     return !PrivateWindowMarkers::marksFirefox(shown.value_or("")) &&
            !PrivateWindowMarkers::marksFirefox(name.value_or(""));
@@ -44,7 +45,7 @@ bool mayBeRead(const FrontFacts& facts, PrivateWindowMarkers& markers) {
     case Browser::Chromium:
         return chromiumMayBeRead(facts, markers);
     case Browser::WebKit:
-        return name && !facts.window.identity.process.startedPrivate;
+        return name && !facts.window.identity.process.keepsNothing;
     case Browser::Firefox:
         return firefoxMayBeRead(facts);
     case Browser::Unmarked:

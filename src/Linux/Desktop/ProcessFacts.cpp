@@ -1,5 +1,6 @@
 #include "Linux/Desktop/ProcessFacts.h"
 
+#include "Linux/Desktop/FirefoxProfile.h"
 #include "Text/Encoding.h"
 
 #include <algorithm>
@@ -106,7 +107,7 @@ ProcessFacts processFacts(int processIdentifier) {
     const auto command = arguments(processIdentifier);
     facts.program = programName(facts.executable, command);
     facts.sandbox = sandboxName(processIdentifier, facts.executable);
-    facts.startedPrivate = asksForPrivacy(command);
+    facts.keepsNothing = asksForPrivacy(command) || neverRemembersHistory(processIdentifier);
     return facts;
 }
 

@@ -15,9 +15,10 @@ struct ProcessFacts {
     std::string program;
     /// The application's identifier inside a Flatpak, or the snap's name.
     std::string sandbox;
-    /// True when its command line asks for a browsing session that keeps nothing (GNOME Web runs
-    /// its private windows in a process of their own, told apart by nothing else).
-    bool startedPrivate = false;
+    /// True when it is a browser all of whose windows are private: its command line asks for it
+    /// (GNOME Web runs its private windows in a process of their own, told apart by nothing else),
+    /// or Firefox's settings do.
+    bool keepsNothing = false;
 
     bool operator==(const ProcessFacts&) const = default;
 };

@@ -47,9 +47,10 @@ bool isOrdinaryWindow(const StackedFacts& facts, PrivateWindowMarkers& markers) 
     case Browser::Chromium:
         return isOrdinaryChromium(facts, markers);
     case Browser::WebKit:
-        return !process.executable.empty() && !process.startedPrivate;
+        return !process.executable.empty() && !process.keepsNothing;
     case Browser::Firefox:
-        return title && isFirefoxBrowserWindow(facts.window.front.identity.instance) &&
+        return title && !process.keepsNothing &&
+               isFirefoxBrowserWindow(facts.window.front.identity.instance) &&
                !PrivateWindowMarkers::marksFirefox(*title);
     case Browser::Unmarked:
         return false;
