@@ -270,6 +270,26 @@ TEST_F(DesktopAdapters, TrustNoStackShortlyAfterAWindowCameOrWent) {
     EXPECT_TRUE(settles());
 }
 
+TEST_F(DesktopAdapters, TrustNoStackShortlyAfterTheWindowInFrontHadAWithheldTitle) {
+    const OwnWindow window(own_.get(), {.title = "Mail"});
+    ASSERT_TRUE(session_.waitForFront(window));
+    const auto isSettled = [&] { return session_.workspace->settledStack(5s).has_value(); };
+    // Heard of without being asked for.
+    const auto retitle = [&](const char* title) {
+        window.retitle(title);
+        return session_.runUntil(
+            [&] { return session_.workspace->lastFrontWindow()->title == title; });
+    };
+    ASSERT_TRUE(session_.runUntil(isSettled));
+    ASSERT_TRUE(retitle("News"));
+    EXPECT_TRUE(isSettled());
+    ASSERT_TRUE(retitle("Enter your password") && retitle("Loading") && retitle("News"));
+    EXPECT_FALSE(isSettled());
+    EXPECT_TRUE(session_.workspace->freshStack(5s));
+    EXPECT_TRUE(session_.runUntil(isSettled));
+    EXPECT_EQ(session_.frontTitle(), "News");
+}
+
 TEST_F(DesktopAdapters, TakeListsThatAreWrittenAnewWithTheSameWindowsForNoChange) {
     const OwnWindow window(own_.get(), {.title = "stays"});
     ASSERT_TRUE(session_.waitForFront(window));

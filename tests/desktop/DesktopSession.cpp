@@ -47,6 +47,11 @@ void OwnWindow::set(const char* property, const char* type, const std::string& v
                         static_cast<std::uint32_t>(value.size()), value.data());
 }
 
+void OwnWindow::retitle(const std::string& title) const {
+    set("_NET_WM_NAME", "UTF8_STRING", title);
+    xcb_flush(connection_);
+}
+
 void OwnWindow::ask(const char* type, std::uint32_t first, std::uint32_t second) const {
     const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
     xcb_client_message_event_t message{};

@@ -43,6 +43,7 @@ class OwnWindow {
     OwnWindow& operator=(const OwnWindow&) = delete;
 
     [[nodiscard]] std::uint32_t identifier() const { return window_; }
+    void retitle(const std::string& title) const;
     /// Asks the window manager to bring it to the front.
     void activate() const;
     /// Asks the window manager to let it fill the screen and waits until it does.

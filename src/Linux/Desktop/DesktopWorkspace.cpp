@@ -1,5 +1,6 @@
 #include "Linux/Desktop/DesktopWorkspace.h"
 
+#include "Capture/Privacy.h"
 #include "Linux/Desktop/AddressOpener.h"
 #include "Linux/Desktop/ApplicationCatalogue.h"
 #include "Linux/Desktop/SessionState.h"
@@ -108,11 +109,16 @@ std::optional<WindowStack> DesktopWorkspace::freshStack(std::chrono::millisecond
 std::optional<WindowStack>
 DesktopWorkspace::settledStack(std::chrono::milliseconds patience) const {
     // A busy program takes some tenths of a second to paint what was uncovered, and compositors
-    // fade windows out for as long.
+    // fade windows out for as long. Browsers change their title before they paint another tab.
     constexpr auto settling = std::chrono::milliseconds(400);
     auto state = source_->read(patience, {.stack = true});
-    if (!state || !isVisible(*state) ||
-        std::chrono::steady_clock::now() - state->changedAt < settling)
+    const auto now = std::chrono::steady_clock::now();
+    if (!state || !isVisible(*state) || now - state->changedAt < settling)
+        return std::nullopt;
+    const auto& former = state->formerTitles;
+    if (std::any_of(former.begin(), former.end(), [&](const FormerTitle& title) {
+            return now - title.until < settling && Privacy::shouldRedact(std::nullopt, title.title);
+        }))
         return std::nullopt;
     return std::move(state->stack);
 }

@@ -18,7 +18,7 @@ class ApplicationCatalogue;
 class SessionState;
 
 /// Main thread, where a server that is held or hangs costs 15 ms once, not for each question in a
-/// row. Window titles change too often to be worth a notice; they are read when asked for.
+/// row. Window titles change too often for that; they are read when asked for.
 class DesktopWorkspace : public Workspace, public std::enable_shared_from_this<DesktopWorkspace> {
   public:
     /// What opens one of our own settings pages; true when the address was one of them.
@@ -55,7 +55,8 @@ class DesktopWorkspace : public Workspace, public std::enable_shared_from_this<D
     /// The windows on the screen, read anew; absent likewise. Any thread.
     [[nodiscard]] std::optional<WindowStack> freshStack(std::chrono::milliseconds patience) const;
     /// The same, once what the screen shows is those windows: absent shortly after a change, when
-    /// programs haven't yet painted over the ones that went away. Any thread.
+    /// programs haven't yet painted over the ones that went away, and shortly after the window in
+    /// front had a title that is withheld. Any thread.
     [[nodiscard]] std::optional<WindowStack> settledStack(std::chrono::milliseconds patience) const;
     /// A number that grows whenever another window may have come to the front, appeared or gone,
     /// as of the last reading. Any thread.

@@ -8,9 +8,16 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace mnemora::desktop {
+
+/// A title that the window in front had before.
+struct FormerTitle {
+    std::string title;
+    std::chrono::steady_clock::time_point until;
+};
 
 /// One reading of the display.
 struct DisplayState {
@@ -27,6 +34,9 @@ struct DisplayState {
     std::uint64_t changes = 0;
     /// When it was seen to grow last; the clock's beginning before that.
     std::chrono::steady_clock::time_point changedAt;
+    /// The titles that the window in front lost lately, where the session tells: of the last
+    /// second, the newest 16.
+    std::vector<FormerTitle> formerTitles;
 };
 
 /// What a reading holds beside the window in front.

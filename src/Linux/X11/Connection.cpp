@@ -141,12 +141,30 @@ void Connection::followActiveWindow() {
     changes_ = 0;
 }
 
+void Connection::followTitle(Window window) {
+    if (window == titled_)
+        return;
+    const auto listen = [this](Window to, std::uint32_t mask) {
+        if (to != XCB_WINDOW_NONE && to != root_)
+            xcb_change_window_attributes(connection_.get(), to, XCB_CW_EVENT_MASK, &mask);
+    };
+    listen(std::exchange(titled_, window), XCB_EVENT_MASK_NO_EVENT);
+    listen(window, XCB_EVENT_MASK_PROPERTY_CHANGE);
+    xcb_flush(connection_.get());
+}
+
 bool Connection::takeNotices() {
     bool changed = false;
     while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection_.get())}) {
         if ((event->response_type & 0x7f) != XCB_PROPERTY_NOTIFY)
             continue; // errors of requests without an answer come this way too
         const auto* notice = reinterpret_cast<const xcb_property_notify_event_t*>(event.get());
+        if (notice->window != root_) {
+            isRetitled_ = isRetitled_ ||
+                          (notice->window == titled_ &&
+                           (notice->atom == atoms_.windowName || notice->atom == XCB_ATOM_WM_NAME));
+            continue;
+        }
         changed = changed || notice->atom == atoms_.activeWindow;
         if (notice->atom == atoms_.activeWindow || notice->atom == atoms_.clientList ||
             notice->atom == atoms_.clientStacking || notice->atom == atoms_.currentDesktop)

@@ -15,6 +15,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct xcb_connection_t;
@@ -57,10 +58,15 @@ class Connection {
     [[nodiscard]] int descriptor() const;
     /// Asks for notices when the active window, the windows or the current desktop change.
     void followActiveWindow();
+    /// Asks for notices when the title of this window changes, and no more for the former one's.
+    void followTitle(Window window);
     /// Takes all waiting notices; true when the active window may have changed.
     bool takeNotices();
-    /// Whether a notice taken so far has still to be looked into by `countChanges`.
-    [[nodiscard]] bool mayHaveChanged() const { return !noticed_.empty(); }
+    /// Whether the title of the followed window may have changed since this was last asked.
+    [[nodiscard]] bool takeTitleNotice() { return std::exchange(isRetitled_, false); }
+    /// Whether a notice taken so far has still to be looked into by `countChanges` or
+    /// `takeTitleNotice`.
+    [[nodiscard]] bool mayHaveChanged() const { return !noticed_.empty() || isRetitled_; }
     /// How often other windows came to the screen so far, by what the notices led to: window
     /// managers also write anew what is the same.
     [[nodiscard]] std::uint64_t countChanges();
@@ -116,6 +122,8 @@ class Connection {
     Atoms atoms_{};
     std::map<Atom, std::string> windowLists_; // what each said when last compared
     std::set<Atom> noticed_;
+    Window titled_ = 0; // whose title is followed
+    bool isRetitled_ = false;
     std::uint64_t changes_ = 0;
     bool hasClientIds_ = false;
     bool hasPowerState_ = false;

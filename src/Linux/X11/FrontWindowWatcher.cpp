@@ -79,6 +79,7 @@ bool FrontWindowWatcher::serve() {
     eventfd_t ignored = 0;
     eventfd_read(wakeUp_.get(), &ignored);
     const bool changed = std::exchange(noticed_, false) || connection_->takeNotices();
+    const bool isRetitled = connection_->takeTitleNotice();
     std::unique_lock lock(mutex_);
     if (ending_)
         return false;
@@ -89,6 +90,8 @@ bool FrontWindowWatcher::serve() {
     DisplayState state;
     if (changed || isAsked)
         state = readNow(wanted);
+    else if (isRetitled)
+        state = withTitleOfNow();
     countChanges(state);
     const bool isAlive = connection_->isAlive();
     lock.lock();
@@ -96,8 +99,10 @@ bool FrontWindowWatcher::serve() {
         state = DisplayState();
     else if (!wanted.clients)
         state.clients = last_.clients;
-    if (changed || isAsked || !isAlive)
+    if (changed || isAsked || isRetitled || !isAlive) {
+        keepFormerTitles(state);
         last_ = std::move(state);
+    }
     answered_ = ticket;
     gone_ = !isAlive;
     lock.unlock();
@@ -118,6 +123,29 @@ void FrontWindowWatcher::countChanges(DisplayState& state) {
     state.changedAt = changedAt_;
 }
 
+// A title that changes every moment costs one question each time, not a whole reading.
+DisplayState FrontWindowWatcher::withTitleOfNow() const {
+    DisplayState state = last();
+    if (state.front)
+        state.front->title = connection_->title(state.front->window);
+    return state;
+}
+
+void FrontWindowWatcher::keepFormerTitles(DisplayState& state) const {
+    constexpr auto kept = std::chrono::seconds(1);
+    constexpr std::size_t mostKept = 16;
+    const auto now = std::chrono::steady_clock::now();
+    auto former = last_.formerTitles;
+    std::erase_if(former, [&](const auto& title) { return now - title.until > kept; });
+    const auto& before = last_.front;
+    if (before && before->title && state.front && state.front->window == before->window &&
+        state.front->title != before->title)
+        former.push_back({*before->title, now});
+    if (former.size() > mostKept)
+        former.erase(former.begin());
+    state.formerTitles = std::move(former);
+}
+
 void FrontWindowWatcher::waitForWork() {
     // Answers may have brought notices along; those leave nothing to read on the socket.
     noticed_ = connection_->takeNotices() || noticed_;
@@ -130,9 +158,11 @@ void FrontWindowWatcher::waitForWork() {
 DisplayState FrontWindowWatcher::readNow(Wanted wanted) {
     DisplayState state;
     state.isCovered = connection_->isScreenCovered();
-    if (const auto window = connection_->activeWindow())
+    if (const auto window = connection_->activeWindow()) {
+        connection_->followTitle(*window);
         if (auto who = identity(*window))
             state.front = FrontWindow{*window, std::move(*who), connection_->title(*window)};
+    }
     if (wanted.stack)
         state.stack = connection_->stack([this](Window window) { return identity(window); });
     if (!wanted.clients)

@@ -44,7 +44,9 @@ class FrontWindowWatcher final : public desktop::WindowSource {
     bool serve();
     void waitForWork();
     [[nodiscard]] desktop::DisplayState readNow(desktop::Wanted wanted);
+    [[nodiscard]] desktop::DisplayState withTitleOfNow() const;
     void countChanges(desktop::DisplayState& state);
+    void keepFormerTitles(desktop::DisplayState& state) const; // with mutex_ held
     [[nodiscard]] std::optional<desktop::WindowIdentity> identity(Window window);
     void wake() const;
 
