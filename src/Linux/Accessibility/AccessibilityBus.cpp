@@ -68,7 +68,13 @@ void AccessibilityBus::start() {
 void AccessibilityBus::askWhetherEnabled() {
     callBus(session_.get(), {busService, busPath, properties, "Get"},
             g_variant_new("(ss)", statusInterface, "IsEnabled"), "(v)", daemonPatienceMs,
-            [this](GVariant* answer, bool) {
+            [this](GVariant* answer, bool timedOut) {
+                if (timedOut) {
+                    // The service may still be starting, and won't say later that it is on.
+                    if (!bus_ && !isConnecting_)
+                        retryLater();
+                    return;
+                }
                 const GValueRef value = answer == nullptr ? nullptr : unboxed(answer);
                 setEnabled(value && g_variant_is_of_type(value.get(), G_VARIANT_TYPE_BOOLEAN) &&
                            g_variant_get_boolean(value.get()) != FALSE);
