@@ -241,7 +241,7 @@ TEST_F(BrowserScriptHostTest, GarbageEndsOnlyTheConnectionThatItCameOn) {
     for (const auto& garbage :
          {std::string(4, '\xff'), std::string(4, '\0'), framed("no json"), framed("[]"),
           framed(R"({"hello":{"browser":"/opt/vivaldi/vivaldi-bin"}})"),
-          framed(state(true, "before the hello", 1)), hello + framed("{}"),
+          framed(state(true, "before the hello", 1)), hello + framed("{}"), hello + hello,
           hello + std::string("\x01\x00\x00\x7f", 4)}) {
         const auto peer = connectTo(socket_);
         ASSERT_TRUE(writeAll(peer.get(), garbage));

@@ -140,4 +140,18 @@ int accessibilityBusProcess() {
     return peer.pid;
 }
 
+int accessibilityServiceProcess() {
+    const GRef<GDBusConnection> session(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
+    if (!session)
+        return 0;
+    const GValueRef answer(g_dbus_connection_call_sync(
+        session.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "GetConnectionUnixProcessID", g_variant_new("(s)", "org.a11y.Bus"), G_VARIANT_TYPE("(u)"),
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    guint32 process = 0;
+    if (answer)
+        g_variant_get(answer.get(), "(u)", &process);
+    return static_cast<int>(process);
+}
+
 } // namespace mnemora::desktop

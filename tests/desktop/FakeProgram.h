@@ -57,5 +57,7 @@ class FakeProgram {
 
 /// The process at the other end of the accessibility bus: its message bus itself; 0 without one.
 [[nodiscard]] int accessibilityBusProcess();
+/// The process that tells on the session's bus whether there is one (org.a11y.Bus); 0 without it.
+[[nodiscard]] int accessibilityServiceProcess();
 
 } // namespace mnemora::desktop

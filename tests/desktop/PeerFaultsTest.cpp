@@ -96,6 +96,7 @@ TEST_F(XPeerFaults, AClientThatFloodsCostsNoTurnAndLeavesNoBacklog) {
     auto before = ProcessUse::now();
     const auto stated = rootBytes("_NET_ACTIVE_WINDOW");
     const auto active = atom("_NET_ACTIVE_WINDOW");
+    const std::string title(60000, 'x');
     std::atomic<bool> isOver = false;
     std::atomic<long> sent = 0;
     std::thread flood([&] {
@@ -106,6 +107,9 @@ TEST_F(XPeerFaults, AClientThatFloodsCostsNoTurnAndLeavesNoBacklog) {
                 xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, root(), active,
                                     XCB_ATOM_WINDOW, 32, 1,
                                     i % 2 == 0 ? static_cast<const void*>(stated.data()) : &none);
+            xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, window.identifier(),
+                                XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
+                                static_cast<std::uint32_t>(title.size()), title.data());
             // The server has taken them all.
             std::free(xcb_get_input_focus_reply(connection.get(),
                                                 xcb_get_input_focus(connection.get()), nullptr));
@@ -284,6 +288,19 @@ TEST_F(AccessibilityLongFaults, AProgramThatHangsIsAskedAgainWithinTwoTicks) {
         return reading && reading->name == "awake";
     }));
     EXPECT_LT(Steady::now() - began, 12s);
+}
+
+TEST_F(AccessibilityLongFaults, AServiceThatIsSlowToStartIsAskedAgain) {
+    const int service = accessibilityServiceProcess();
+    ASSERT_GT(service, 0);
+    kill(service, SIGSTOP);
+    const atspi::AccessibleWindows early;
+    const bool isKnown = early.waitUntilKnown(10s);
+    const bool isAvailable = early.isAvailable();
+    kill(service, SIGCONT);
+    EXPECT_TRUE(isKnown);
+    EXPECT_FALSE(isAvailable);
+    EXPECT_TRUE(session_.runUntil([&] { return early.isAvailable(); }));
 }
 
 TEST_F(AccessibilityFaults, AProgramThatFloodsIsAskedNoMoreThanItAnswers) {

@@ -21,7 +21,8 @@ BODY = """<h1>Huts &amp; lakes</h1>
 <ul><li>Rope</li><li>Lamp <a href=/y>with</a> oil</li></ul>
 <table><tr><td>12</td><td>km</td></tr></table>
 <form>Name <input value="in a field"> Word <input type=password value="in the dark">
-<textarea>in an area</textarea></form>""" + "".join(f"<p>Line {n} of the rest.</p>" for n in range(60))
+<textarea>in an area</textarea> <input list=huts value="in a list"><datalist id=huts>
+<option value=Lakeside></datalist> <input role=combobox value="in a search"></form>""" + "".join(f"<p>Line {n} of the rest.</p>" for n in range(60))
 
 
 def words(text):

@@ -130,9 +130,15 @@ class PageReader {
         }
     }
 
+    /// A field to type in: also one that offers a list, which has the role of one to choose from.
+    bool isTypedInto(const AccessibleObject& object, std::uint32_t role) {
+        return isEntry(role) ||
+               (role == ATSPI_ROLE_COMBO_BOX && has(tree_.states(object), ATSPI_STATE_EDITABLE));
+    }
+
     void appendEmbedded(const AccessibleObject& object, std::string& text, int depth) {
         const auto role = tree_.role(object);
-        if (isEntry(role))
+        if (isTypedInto(object, role))
             return;
         const bool inLine = role == ATSPI_ROLE_LINK || role == ATSPI_ROLE_STATIC;
         if (!inLine)

@@ -74,6 +74,8 @@ void BrowserConnection::abandon(std::vector<PageAnswer>& answers) {
 
 bool BrowserConnection::take(PageMessage message, std::vector<PageAnswer>& answers) {
     if (const auto* hello = std::get_if<Hello>(&message)) {
+        if (bundle_)
+            return false;
         bundle_ = bundleIdentifierOf(hello->browser);
         output_ += framed(stateRequestMessage());
         return bundle_.has_value();
