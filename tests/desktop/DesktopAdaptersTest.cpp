@@ -246,6 +246,46 @@ TEST_F(DesktopAdapters, ListTheWindowsOnTheScreenInTheirOrderWithTheirFrames) {
     }));
 }
 
+TEST_F(DesktopAdapters, CountAWindowOfAnotherDesktopAsSeenWhereEachMonitorMayShowItsOwn) {
+    const OwnWindow window(own_.get(), {.title = "Password reset"});
+    ASSERT_TRUE(session_.waitForFront(window));
+    const RootLists lists(own_.get());
+    const auto atom = [&](std::string_view name) {
+        const auto length = static_cast<std::uint16_t>(name.size());
+        const x11::Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
+            own_.get(), xcb_intern_atom(own_.get(), 0, length, name.data()), nullptr));
+        return reply->atom;
+    };
+    const auto root = xcb_setup_roots_iterator(xcb_get_setup(own_.get())).data->root;
+    const x11::Reply<xcb_get_property_reply_t> manager(xcb_get_property_reply(
+        own_.get(),
+        xcb_get_property(own_.get(), 0, root, atom("_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW, 0,
+                         1),
+        nullptr));
+    ASSERT_EQ(xcb_get_property_value_length(manager.get()), 4);
+    const auto isSeen = [&](std::string_view managerName) {
+        xcb_change_property(own_.get(), XCB_PROP_MODE_REPLACE,
+                            *static_cast<xcb_window_t*>(xcb_get_property_value(manager.get())),
+                            atom("_NET_WM_NAME"), atom("UTF8_STRING"), 8,
+                            static_cast<std::uint32_t>(managerName.size()), managerName.data());
+        std::free(xcb_get_input_focus_reply(own_.get(), xcb_get_input_focus(own_.get()), nullptr));
+        const auto stack = session_.workspace->freshStack(5s).value();
+        return std::any_of(stack.windows.begin(), stack.windows.end(), [&](const auto& each) {
+            return each.front.window == window.identifier();
+        });
+    };
+    // As a compositor says that it is there, and the manager that the focus is on another monitor.
+    xcb_set_selection_owner(own_.get(), window.identifier(), atom("_NET_WM_CM_S0"),
+                            XCB_CURRENT_TIME);
+    const std::uint32_t another = 7;
+    xcb_change_property(own_.get(), XCB_PROP_MODE_REPLACE, root, atom("_NET_CURRENT_DESKTOP"),
+                        XCB_ATOM_CARDINAL, 32, 1, &another);
+    EXPECT_TRUE(isSeen("i3"));
+    EXPECT_FALSE(isSeen("KWin"));
+    EXPECT_TRUE(isSeen("Openbox"));
+    lists.writeAnew();
+}
+
 TEST_F(DesktopAdapters, TrustNoStackShortlyAfterAWindowCameOrWent) {
     const auto settles = [&] {
         return session_.runUntil([&] { return session_.workspace->settledStack(5s).has_value(); });

@@ -111,7 +111,8 @@ class Connection {
     [[nodiscard]] std::optional<std::vector<TopLevel>> topLevelsOnScreen();
     void findClients(std::vector<TopLevel>& topLevels);
     [[nodiscard]] std::optional<Window> namedWindow(Window window);
-    [[nodiscard]] bool isElsewhere(Window client);
+    [[nodiscard]] bool mapsUnseenDesktops();
+    [[nodiscard]] bool isElsewhere(Window client, bool isOneDesktopSeen);
     [[nodiscard]] std::optional<std::uint32_t> number(Window window, Atom name);
     [[nodiscard]] desktop::Area coverOf(const TopLevel& topLevel, bool isComposited);
     [[nodiscard]] desktop::Area opaqueRegion(const TopLevel& topLevel);

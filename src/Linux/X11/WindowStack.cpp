@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 #include <utility>
 #include <xcb/shape.h>
 #include <xcb/xcb.h>
@@ -142,14 +144,27 @@ std::optional<std::uint32_t> Connection::number(Window window, Atom name) {
     return numbersIn<std::uint32_t>(value->bytes).front();
 }
 
-// Compositing window managers keep the windows of other desktops mapped.
-bool Connection::isElsewhere(Window client) {
+// Some compositing window managers keep the windows of other desktops mapped. With those that are
+// not among them (i3, bspwm, awesome) each monitor may show a desktop of its own, of which only one
+// is the current one, and whatever is mapped is seen.
+bool Connection::mapsUnseenDesktops() {
+    constexpr std::string_view managers[] = {"GNOME Shell", "Mutter",   "Cinnamon", "KWin",
+                                             "Xfwm4",       "Metacity", "Marco",    "compiz"};
+    const auto window = number(root_, atoms_.supportingManager);
+    const auto name = window ? title(*window).value_or("") : std::string();
+    return std::any_of(std::begin(managers), std::end(managers),
+                       [&](std::string_view manager) { return name.starts_with(manager); });
+}
+
+bool Connection::isElsewhere(Window client, bool isOneDesktopSeen) {
     constexpr std::uint32_t everyDesktop = 0xFFFFFFFF;
     constexpr std::size_t maxStates = 32;
-    const auto desktop = number(client, atoms_.desktop);
-    const auto current = number(root_, atoms_.currentDesktop);
-    if (desktop && current && *desktop != everyDesktop && *desktop != *current)
-        return true;
+    if (isOneDesktopSeen) {
+        const auto desktop = number(client, atoms_.desktop);
+        const auto current = number(root_, atoms_.currentDesktop);
+        if (desktop && current && *desktop != everyDesktop && *desktop != *current)
+            return true;
+    }
     const auto states = property(client, atoms_.state, maxStates * sizeof(Atom));
     const auto atoms = states ? numbersIn<Atom>(states->bytes) : std::vector<Atom>();
     return std::find(atoms.begin(), atoms.end(), atoms_.stateHidden) != atoms.end();
@@ -225,12 +240,14 @@ std::optional<WindowStack> Connection::stack(const Identify& identify) {
     if (!compositor)
         return std::nullopt;
     const bool isComposited = compositor->owner != XCB_WINDOW_NONE;
+    const bool isOneDesktopSeen = isComposited && mapsUnseenDesktops();
     WindowStack stack;
     stack.active = activeWindow().value_or(XCB_WINDOW_NONE);
     for (TopLevel& topLevel : *topLevels) {
         const bool isFrame = !topLevel.clients.empty();
         if (isComposited)
-            std::erase_if(topLevel.clients, [&](Window client) { return isElsewhere(client); });
+            std::erase_if(topLevel.clients,
+                          [&](Window client) { return isElsewhere(client, isOneDesktopSeen); });
         if (isFrame && topLevel.clients.empty())
             continue;
         // Clients that share a frame hide nothing of each other.
