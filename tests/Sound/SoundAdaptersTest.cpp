@@ -6,6 +6,7 @@
 #include "Support/FileDescriptor.h"
 #include "fakes/CapturedStderr.h"
 #include "fakes/FakeDesktop.h"
+#include "fakes/ProcessUse.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -225,6 +226,63 @@ TEST_F(SoundAdaptersTest, WithoutAServerEveryAnswerHasItsReason) {
     EXPECT_EQ(failure->description, "Connection refused");
     EXPECT_EQ(system.hasOutput().description(), "Connection refused");
     EXPECT_EQ(system.start({}, nullptr).description(), "Connection refused");
+}
+
+/// The sound server of the session, standing still.
+class StoppedServer {
+  public:
+    StoppedServer() { signal("STOP"); }
+    ~StoppedServer() { signal("CONT"); }
+    StoppedServer(const StoppedServer&) = delete;
+    StoppedServer& operator=(const StoppedServer&) = delete;
+
+  private:
+    static void signal(const std::string& name) {
+        shell("kill -" + name + " $(cat \"$AUDIO_SESSION\"/*.pid)");
+    }
+};
+
+TEST_F(SoundAdaptersTest, AServerThatHangsInMidRecordingHoldsNobodyUpAndIsHeardAgain) {
+    const Tone user("MicFeed", low);
+    const Tone others("Speakers", high);
+    listen(); // what the library starts once stays
+    microphone.stop();
+    capture.reset();
+    EXPECT_TRUE(eventually([] { return ourStreams() == 0; }));
+    auto before = ProcessUse::now();
+    LongestWait longest;
+    listen();
+    EXPECT_TRUE(eventually([&] { return you.hears(low) && them.hears(high); }));
+    {
+        const StoppedServer stopped;
+        pulse::PulseAudioInput another(loop);
+        (void)longest([&] { return another.start(); });
+        longest([&] { another.stop(); });
+        you.forget();
+        them.forget();
+    }
+    EXPECT_TRUE(eventually([&] { return you.hears(low) && them.hears(high); }));
+    {
+        const StoppedServer stopped;
+        longest([&] { microphone.removeTap(); });
+        longest([&] { microphone.stop(); });
+        longest([&] { capture.reset(); });
+    }
+    RecordProperty("longest_ms", std::to_string(longest.longest().count()));
+    EXPECT_LT(longest.longest(), std::chrono::milliseconds(400)) << "the main thread's bound is 50";
+    EXPECT_TRUE(eventually([] { return ourStreams() == 0; }));
+    EXPECT_TRUE(before.comesBack()) << before << " before, " << ProcessUse::now() << " after";
+}
+
+TEST_F(SoundAdaptersTest, AServerThatFloodsWithChangesLeavesOneStreamOfEachSide) {
+    const Tone user("MicFeed", low);
+    listen();
+    EXPECT_TRUE(eventually([&] { return you.hears(low); }));
+    shell("for i in $(seq 60); do pactl set-default-source MicFeed.monitor; "
+          "pactl set-source-volume Mic $((50 + i))%; pactl set-default-source Mic; done");
+    you.forget();
+    EXPECT_TRUE(eventually([&] { return you.hears(low) && ourStreams() == 2; })) << ourStreams();
+    shell("pactl set-source-volume Mic 100%");
 }
 
 TEST_F(SoundAdaptersTest, AServerThatNeverAnswersHoldsNobodyUp) {

@@ -25,10 +25,21 @@ using ContextHandle = std::unique_ptr<pa_context, ContextClose>;
 
 struct StreamClose {
     void operator()(pa_stream* stream) const {
-        pa_stream_set_state_callback(stream, nullptr, nullptr);
         pa_stream_set_read_callback(stream, nullptr, nullptr);
+        // One that the server hasn't answered for has no number by which it could be ended: it
+        // would go on there, listening to the microphone. So it is ended with the answer.
+        if (pa_stream_get_state(stream) == PA_STREAM_CREATING)
+            return pa_stream_set_state_callback(stream, endOnceMade, nullptr);
+        pa_stream_set_state_callback(stream, nullptr, nullptr);
         pa_stream_disconnect(stream);
         pa_stream_unref(stream);
+    }
+    static void endOnceMade(pa_stream* stream, void* /*nobody*/) {
+        const auto state = pa_stream_get_state(stream);
+        if (state == PA_STREAM_READY)
+            pa_stream_disconnect(stream);
+        else if (!PA_STREAM_IS_GOOD(state))
+            pa_stream_unref(stream); // also when its context ends
     }
 };
 /// As for contexts.
