@@ -1,5 +1,6 @@
 #include "Linux/Screen/ScreenCastSession.h"
 
+#include "Linux/Screen/PortalResults.h"
 #include "Log.h"
 
 #include <gio/gunixfdlist.h>
@@ -11,25 +12,6 @@ namespace {
 constexpr guint32 monitors = 1;     // types
 constexpr guint32 hidden = 1;       // cursor_mode
 constexpr guint32 untilRevoked = 2; // persist_mode
-constexpr std::uint32_t noNode = 0xFFFFFFFF;
-
-std::string textOf(GVariant* results, const char* name) {
-    const gchar* text = nullptr;
-    if (g_variant_lookup(results, name, "&s", &text) ||
-        g_variant_lookup(results, name, "&o", &text))
-        return text;
-    return {};
-}
-
-/// The first stream's node of a start's results.
-std::uint32_t nodeOf(GVariant* results) {
-    guint32 node = noNode;
-    const desktop::GValueRef streams(
-        g_variant_lookup_value(results, "streams", G_VARIANT_TYPE("a(ua{sv})")));
-    if (streams && g_variant_n_children(streams.get()) > 0)
-        g_variant_get_child(streams.get(), 0, "(ua{sv})", &node, nullptr);
-    return node;
-}
 
 GVariantBuilder dictionary() {
     GVariantBuilder builder;
@@ -99,9 +81,9 @@ void ScreenCastPortal::Session::started(GVariant* results) {
     // The token that was handed over is used up, whatever comes now.
     keep(textOf(results, "restore_token"));
     const auto node = nodeOf(results);
-    if (node == noNode)
+    if (!node)
         return fail("the desktop's portal casts nothing");
-    openRemote(node);
+    openRemote(*node);
 }
 
 void ScreenCastPortal::Session::ask(const Question& question, GVariantBuilder& builder,

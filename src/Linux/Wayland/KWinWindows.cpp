@@ -28,7 +28,6 @@ constexpr const char* scripting = "org.kde.kwin.Scripting";
 constexpr const char* scriptingPath = "/Scripting";
 constexpr const char* plugin = "mnemora-windows";
 constexpr const char* path = "/app/mnemora/Windows";
-constexpr const char* interface = "app.mnemora.Windows";
 constexpr const char* description = "<node><interface name='app.mnemora.Windows'><method name="
                                     "'Tell'><arg type='s' direction='in'/></method></interface>"
                                     "</node>";
