@@ -28,7 +28,10 @@ bool eventually(const std::function<bool()>& holds) {
 
 /// A cast without pictures; only its life matters here.
 struct FakeStream final : FrameStream {
-    Outcome<Image> picture(std::chrono::milliseconds) override { return Failure{"none"}; }
+    Outcome<Image> picture(std::chrono::milliseconds,
+                           std::chrono::steady_clock::time_point) override {
+        return Failure{"none"};
+    }
     [[nodiscard]] bool isAlive() const override { return lives; }
     std::atomic<bool> lives = true;
 };

@@ -16,7 +16,10 @@ namespace {
 using namespace std::chrono_literals;
 
 struct ScriptedStream final : FrameStream {
-    Outcome<Image> picture(std::chrono::milliseconds) override {
+    Outcome<Image> picture(std::chrono::milliseconds,
+                           std::chrono::steady_clock::time_point changedAt) override {
+        if (changedAt > drawnAt.load())
+            return Image{};
         if (colour < 0)
             return Failure{"the compositor sent no picture"};
         auto pixels = std::make_shared<std::vector<std::uint8_t>>(
@@ -25,6 +28,7 @@ struct ScriptedStream final : FrameStream {
     }
     [[nodiscard]] bool isAlive() const override { return true; }
     std::atomic<int> colour = 1; ///< of all pixels; negative: no picture comes
+    std::atomic<std::chrono::steady_clock::time_point> drawnAt = std::chrono::steady_clock::now();
 };
 struct OpenGuard final : FrontWindowGuard {
     bool contentMayBeRead() override { return true; }
@@ -40,7 +44,8 @@ class WaylandScreenCaptureTest : public ::testing::Test {
         unsetenv("WAYLAND_DISPLAY");
         capture_.emplace(CaptureChecks{.guard = std::make_shared<OpenGuard>(),
                                        .regions = regions_,
-                                       .hasRoom = [] { return true; }},
+                                       .hasRoom = [] { return true; },
+                                       .windowsChangedAt = [this] { return changedAt_.load(); }},
                          thread_,
                          portal::ScreenCastPortal::Options{
                              .token = "old",
@@ -56,6 +61,8 @@ class WaylandScreenCaptureTest : public ::testing::Test {
     test::PrivateBus bus_;
     std::shared_ptr<ScriptedStream> stream_ = std::make_shared<ScriptedStream>();
     std::shared_ptr<Regions> regions_ = std::make_shared<Regions>();
+    std::atomic<std::chrono::steady_clock::time_point> changedAt_ =
+        std::chrono::steady_clock::time_point();
 
   private:
     desktop::GLibThread thread_{"test-listener"};
@@ -97,9 +104,14 @@ TEST_F(WaylandScreenCaptureTest, StartsAnewWhenNoPicturesCome) {
     auto& capture = run();
     ASSERT_EQ(capture.displays()->size(), 1U);
     stream_->colour = -1;
-    for (int missed = 0; missed < 3; ++missed)
+    for (int missed = 0; missed < 2; ++missed)
         EXPECT_FALSE(capture.displays());
     stream_->colour = 1;
+    changedAt_ = std::chrono::steady_clock::now();
+    const auto displays = capture.displays();
+    ASSERT_TRUE(displays) << "nothing since the windows changed is no failure";
+    EXPECT_TRUE(displays->empty());
+    stream_->drawnAt = std::chrono::steady_clock::now();
     const auto bound = std::chrono::steady_clock::now() + 15s;
     while ((!capture.isPermitted() || portal.count("Start") < 2) &&
            std::chrono::steady_clock::now() < bound)

@@ -8,6 +8,8 @@
 #include "desktop/Program.h"
 #include "fakes/CapturedStderr.h"
 
+#include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -65,7 +67,8 @@ class WaylandScreenTest : public ::testing::Test {
     WaylandScreenCapture& run() {
         capture_.emplace(CaptureChecks{.guard = std::make_shared<OpenGuard>(),
                                        .regions = std::make_shared<NoRegions>(),
-                                       .hasRoom = [] { return true; }},
+                                       .hasRoom = [] { return true; },
+                                       .windowsChangedAt = [this] { return changedAt_.load(); }},
                          thread_,
                          portal::ScreenCastPortal::Options{
                              .token = token_,
@@ -98,6 +101,8 @@ class WaylandScreenTest : public ::testing::Test {
     }
 
     std::string token_; // the thread's while a capture lives
+    std::atomic<std::chrono::steady_clock::time_point> changedAt_ =
+        std::chrono::steady_clock::time_point();
 
   private:
     desktop::GLibThread thread_{"test-listener"};
@@ -155,6 +160,8 @@ class PortalScreenTest : public WaylandScreenTest {
         server_.reset();
     }
 
+    void signalBackend(int number) { backend_->signal(number); }
+
   private:
     std::optional<Program> server_;
     std::optional<Program> manager_;
@@ -190,6 +197,27 @@ TEST_F(PortalScreenTest, GoesOnAfterPipeWireWasKilled) {
     startServer();
     EXPECT_TRUE(eventually([&] { return capture.isPermitted(); })) << "without being asked again";
     EXPECT_TRUE(reads("marble stairs"));
+}
+
+// In a session of its own.
+using HangingPortalScreenTest = PortalScreenTest;
+
+// The last picture may be of a window that has gone.
+TEST_F(HangingPortalScreenTest, GivesNothingOldWhileTheBackendHangs) {
+    auto& capture = run();
+    capture.ask();
+    ASSERT_TRUE(eventually([&] { return capture.isPermitted(); }));
+    const TextWindow window("cedar planks");
+    ASSERT_TRUE(reads("cedar planks"));
+    ASSERT_TRUE(picture());
+    signalBackend(SIGSTOP);
+    EXPECT_TRUE(picture()) << "nothing has changed";
+    changedAt_ = std::chrono::steady_clock::now();
+    const bool hasOld = static_cast<bool>(picture());
+    signalBackend(SIGCONT);
+    EXPECT_FALSE(hasOld);
+    const TextWindow other("copper kettle");
+    EXPECT_TRUE(reads("copper kettle"));
 }
 
 } // namespace

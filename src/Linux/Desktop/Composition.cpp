@@ -154,7 +154,8 @@ bool installServices(const std::shared_ptr<QtMainLoop>& mainLoop, GLibThread& li
                              },
                              windows, catalogue),
                          .hasRoom = [recognizer] { return recognizer->hasRoom(); },
-                         .windowChanges = [workspace] { return workspace->windowChanges(); }};
+                         .windowChanges = [workspace] { return workspace->windowChanges(); },
+                         .windowsChangedAt = [workspace] { return workspace->windowsChangedAt(); }};
     const auto shared = sharedScreen(checks, listener, mainLoop, services.defaults, session);
     services.screenCapture = shared ? std::shared_ptr<ScreenCapture>(shared)
                                     : std::make_shared<x11::X11ScreenCapture>(std::move(checks));

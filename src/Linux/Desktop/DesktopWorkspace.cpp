@@ -127,6 +127,10 @@ std::uint64_t DesktopWorkspace::windowChanges() const {
     return source_->last().changes;
 }
 
+std::chrono::steady_clock::time_point DesktopWorkspace::windowsChangedAt() const {
+    return source_->last().changedAt;
+}
+
 DisplayState DesktopWorkspace::freshOrLast(Wanted wanted) {
     const auto now = std::chrono::steady_clock::now();
     const bool isLate = lateAt_ && now - *lateAt_ < lateness;

@@ -61,6 +61,8 @@ class DesktopWorkspace : public Workspace, public std::enable_shared_from_this<D
     /// A number that grows whenever another window may have come to the front, appeared or gone,
     /// as of the last reading. Any thread.
     [[nodiscard]] std::uint64_t windowChanges() const;
+    /// When that last grew, likewise.
+    [[nodiscard]] std::chrono::steady_clock::time_point windowsChangedAt() const;
 
   private:
     struct Observers;

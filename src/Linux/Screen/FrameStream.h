@@ -18,9 +18,12 @@ struct FrameStream {
     virtual ~FrameStream() = default;
 
     /// A picture of what is on the screen now. Where nothing has changed since the last one the
-    /// compositor may send none; the last one is given again then. A failure when none comes
-    /// within `patience`.
-    [[nodiscard]] virtual Outcome<Image> picture(std::chrono::milliseconds patience) = 0;
+    /// compositor may send none; the last one is given again then, unless it came before
+    /// `changedAt`, when the windows last changed: a source that is slow or hangs looks the same,
+    /// so there is a picture without pixels. A failure when none comes within `patience`.
+    [[nodiscard]] virtual Outcome<Image>
+    picture(std::chrono::milliseconds patience,
+            std::chrono::steady_clock::time_point changedAt) = 0;
     /// False once the cast has ended; no picture comes any more.
     [[nodiscard]] virtual bool isAlive() const = 0;
 };

@@ -7,6 +7,7 @@
 #include "Linux/WithheldRegions.h"
 #include "Platform/ScreenCapture.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -31,6 +32,8 @@ struct CaptureChecks {
     /// Grows whenever other windows come to the screen, as of the last answer of guard and
     /// regions; without one nothing is known of such changes.
     std::function<std::uint64_t()> windowChanges = {};
+    /// When that last grew; without one nothing is known of it either.
+    std::function<std::chrono::steady_clock::time_point()> windowsChangedAt = {};
 };
 
 /// Any thread; one picture at a time. The picture is taken while the displays are listed, so that
@@ -51,6 +54,12 @@ class GuardedScreenCapture : public ScreenCapture {
     };
 
     explicit GuardedScreenCapture(CaptureChecks checks) : checks_(std::move(checks)) {}
+
+    /// As CaptureChecks knows it; else the clock's beginning.
+    [[nodiscard]] std::chrono::steady_clock::time_point windowsChangedAt() const {
+        return checks_.windowsChangedAt ? checks_.windowsChangedAt()
+                                        : std::chrono::steady_clock::time_point();
+    }
 
   private:
     struct Picture {

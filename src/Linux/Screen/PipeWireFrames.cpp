@@ -229,7 +229,8 @@ bool PipeWireFrames::startStream() {
                              1) == 0;
 }
 
-Outcome<Image> PipeWireFrames::picture(std::chrono::milliseconds patience) {
+Outcome<Image> PipeWireFrames::picture(std::chrono::milliseconds patience,
+                                       std::chrono::steady_clock::time_point changedAt) {
     const Locked lock(handles_->loop.get());
     if (ended_)
         return Failure{"the screen cast has ended"};
@@ -239,9 +240,10 @@ Outcome<Image> PipeWireFrames::picture(std::chrono::milliseconds patience) {
     // One that sends nothing after a rest has forgotten what changed. From now on it gets none, and
     // what it sent last is what there is to see.
     follows_ = follows_ || (!isNew_ && isStreaming_);
-    if (held_ == nullptr)
+    const auto isOld = [&] { return heldAt_ < changedAt; };
+    if (held_ == nullptr || isOld())
         (void)waitForFrame(patience);
-    const auto image = heldImage();
+    const auto image = held_ != nullptr && isOld() ? Image{} : heldImage();
     if (!follows_)
         rest();
     if (ended_)
@@ -297,6 +299,7 @@ void PipeWireFrames::takeFrames() {
     while (pw_buffer* buffer = pw_stream_dequeue_buffer(stream)) {
         if (isWanted_ && isFrame(*buffer->buffer)) {
             hold(buffer);
+            heldAt_ = std::chrono::steady_clock::now();
             isNew_ = true;
         } else {
             pw_stream_queue_buffer(stream, buffer);

@@ -30,7 +30,8 @@ class PipeWireFrames final : public FrameStream {
     PipeWireFrames(const PipeWireFrames&) = delete;
     PipeWireFrames& operator=(const PipeWireFrames&) = delete;
 
-    Outcome<Image> picture(std::chrono::milliseconds patience) override;
+    Outcome<Image> picture(std::chrono::milliseconds patience,
+                           std::chrono::steady_clock::time_point changedAt) override;
     bool isAlive() const override { return !ended_; }
 
   private:
@@ -60,6 +61,7 @@ class PipeWireFrames final : public FrameStream {
     bool follows_ = false;      // the stream never rests: its source sends changes only
     pw_buffer* held_ = nullptr; // the newest frame, not yet given back
     bool isNew_ = false;        // held_ came since it was last asked for
+    std::chrono::steady_clock::time_point heldAt_; // when it came
     std::atomic<bool> ended_ = false;
 };
 

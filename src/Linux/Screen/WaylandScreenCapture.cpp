@@ -112,14 +112,15 @@ Outcome<GuardedScreenCapture::Shot> WaylandScreenCapture::shot() {
                 .image = *image};
 }
 
-/// Without pixels while no cast runs: the portal says in the log why.
+/// Without pixels while no cast runs, for which the portal says in the log why, and where the cast
+/// has shown nothing since the windows changed.
 Outcome<Image> WaylandScreenCapture::castPicture() {
     const auto stream = portal_.stream(startPatience);
     if (!stream)
         return Image{};
-    auto image = stream->picture(picturePatience);
+    auto image = stream->picture(picturePatience, windowsChangedAt());
     const std::lock_guard lock(mutex_);
-    missed_ = image ? 0 : missed_ + 1;
+    missed_ = image && image->width > 0 ? 0 : missed_ + 1;
     if (missed_ >= maxMissed || !stream->isAlive()) {
         missed_ = 0;
         portal_.restart();
