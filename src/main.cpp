@@ -52,7 +52,8 @@ void openStore() {
 void serveTools() {
     const FileDescriptor replies = MCPServer::keepStandardOutputForReplies();
     prctl(PR_SET_DUMPABLE, 0);
-    // Hosts start servers in a project's folder, where the inference runtime would look for plugins.
+    // Hosts start servers in a project's folder, where the inference runtime would look for
+    // plugins.
     (void)!chdir("/");
     openStore();
     MCPServer(*store, replies.get()).run();

@@ -39,7 +39,8 @@ struct Utterance {
 
 [[nodiscard]] std::string encodeSound(const SoundPiece& piece);
 /// A piece whose samples are a copy in `samples`. Absent when the payload isn't whole frames of a
-/// possible sound of a known origin; samples that are no numbers have become silence, too loud ones full scale.
+/// possible sound of a known origin; samples that are no numbers have become silence, too loud ones
+/// full scale.
 [[nodiscard]] std::optional<SoundPiece> decodeSound(std::string_view payload,
                                                     std::vector<float>& samples);
 

@@ -10,8 +10,8 @@
 
 namespace mnemora {
 
-/// Where sound comes from, as far as its adapter knows. What loudspeakers play may come back through
-/// a microphone; what headphones play is `unknown`, since nobody else hears it.
+/// Where sound comes from, as far as its adapter knows. What loudspeakers play may come back
+/// through a microphone; what headphones play is `unknown`, since nobody else hears it.
 enum class SoundOrigin { unknown, microphone, loudspeakers };
 
 /// A stretch of sound: interleaved samples of `channels` channels, full scale at -1 and 1.

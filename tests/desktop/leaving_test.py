@@ -21,11 +21,14 @@ PROGRAM = pathlib.Path(sys.argv[1]).resolve()
 STARTED = "capture started"
 
 
-def processes_of_program():
+def processes_of_program(folder):
+    """Those that keep their memory below the folder: other tests may run the same program."""
     found = set()
     for pid in filter(str.isdigit, os.listdir("/proc")):
+        process = pathlib.Path("/proc", pid)
         try:
-            if pathlib.Path(f"/proc/{pid}/exe").resolve(strict=True) == PROGRAM:
+            if (process / "exe").resolve(strict=True) == PROGRAM and \
+                    os.fsencode(folder) in (process / "environ").read_bytes():
                 found.add(int(pid))
         except OSError:
             continue  # another user's, or just ended
@@ -53,16 +56,15 @@ class LeavingTest(unittest.TestCase):
             self.assertEqual(memory.execute("PRAGMA integrity_check").fetchone(), ("ok",))
 
     def test_restarts_when_the_setup_window_is_asked_to(self):
-        before = processes_of_program()
         # A screen that can't be read is what a restart is offered for.
         self.launch(XDG_SESSION_TYPE="wayland", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
         AccessibleProgram(self.program.process.pid).click("Restart Mnemora")
         self.assertEqual(self.program.process.wait(PATIENCE), 0)
         self.wait_for_starts(2)
-        (successor,) = processes_of_program() - before
+        (successor,) = processes_of_program(self.folder)
         self.assertNotEqual(os.getsid(successor), os.getsid(0))  # it outlives whoever started us
         os.kill(successor, signal.SIGTERM)
-        wait_until(lambda: processes_of_program() == before, what="the end of the new one")
+        wait_until(lambda: not processes_of_program(self.folder), what="the end of the new one")
         self.expect_sound_memory()
 
     def test_every_signal_of_a_logout_ends_it_well(self):

@@ -97,9 +97,8 @@ void EngineSpeechPeer::append(StreamNumber stream, const PcmBuffer& buffer) {
         const auto piece = rest.first(std::min(pieceSize, rest.size()));
         rest = rest.subspan(piece.size());
         queue(FrameKind::sound, stream,
-              engines::encodeSound(
-                  {stream, buffer.sampleRate, static_cast<std::uint32_t>(channels), piece,
-                   buffer.origin}));
+              engines::encodeSound({stream, buffer.sampleRate, static_cast<std::uint32_t>(channels),
+                                    piece, buffer.origin}));
     }
 }
 
