@@ -109,10 +109,13 @@ class CaptureTest(unittest.TestCase):
         window.bring_to_front()
         return window
 
-    def noted(self, title):
-        """The event of the window in front, whose title contains `title`."""
-        return self.observer.wait_for(lambda event: title in (event["title"] or ""),
-                                      f"an event titled {title}", PATIENCE)
+    def noted(self, title, with_text=False):
+        """The event of the window in front, whose title contains `title`; the first that has text
+        where it is to have some: a look that falls between two windows has a title alone.
+        """
+        return self.observer.wait_for(
+            lambda event: title in (event["title"] or "") and (event["body"] or not with_text),
+            f"an event titled {title}", PATIENCE)
 
     def assert_read(self, event, words):
         body = (event["body"] or "").lower()

@@ -43,7 +43,7 @@ class LanguagesTest(CaptureTest):
             bring_to_front(window)
             self.assert_withheld(self.noted(title))
             self.terminal(beside, "A kettle on the stove")
-            self.assert_read(self.noted(beside), ["kettle on the stove"])
+            self.assert_read(self.noted(beside, with_text=True), ["kettle on the stove"])
         finally:
             browser.close()
 

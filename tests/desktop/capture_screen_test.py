@@ -23,7 +23,7 @@ PACE = 6  # seconds between two looks
 class ProgramsTest(CaptureTest):
     def test_reads_terminals_and_other_programs_but_no_password_manager_even_beside_them(self):
         self.terminal("Shopping", "Walnut shelves and seventeen brass hinges")
-        self.assert_read(self.noted("Shopping"), ["walnut shelves", "brass hinges"])
+        self.assert_read(self.noted("Shopping", with_text=True), ["walnut shelves", "brass hinges"])
 
         text = pathlib.Path(os.environ["HOME"], "letter.txt")
         text.write_text("Dear carpenter, the drawer sticks again.\n", encoding="utf-8")
@@ -31,7 +31,7 @@ class ProgramsTest(CaptureTest):
         dialog = self.started(Started(["zenity", "--text-info", "--title", "Letter",
                                        f"--filename={text}"]))
         bring_to_front(new_window("zenity", before, "Letter"))
-        self.assert_read(self.noted("Letter"), ["dear carpenter", "drawer sticks"])
+        self.assert_read(self.noted("Letter", with_text=True), ["dear carpenter", "drawer sticks"])
         dialog.close()
 
         secret = ["Mondlaterne", "Quarzfelsen"]
@@ -40,7 +40,7 @@ class ProgramsTest(CaptureTest):
         bring_to_front(vault)
         self.assert_withheld(self.noted("KeePassXC"))
         self.terminal("Beside the vault", "The ladder stands in the garden")
-        event = self.noted("Beside the vault")
+        event = self.noted("Beside the vault", with_text=True)
         self.assert_read(event, ["ladder stands in the garden"])
         self.assert_never_kept(secret)
 
@@ -98,7 +98,7 @@ class PrivateBrowsersTest(CaptureTest):
         ordinary = self.started(Firefox(self.page("open", "Open page", words), "Open page"))
         place(ordinary.window, *RIGHT)
         bring_to_front(ordinary.window)
-        self.assert_read(self.noted("Open page"), words)
+        self.assert_read(self.noted("Open page", with_text=True), words)
         self.assert_kept(words)
         ordinary.close()
         hidden = self.started(Firefox(self.page("hidden", "Hidden page", secret), "Hidden page",
@@ -107,7 +107,7 @@ class PrivateBrowsersTest(CaptureTest):
         bring_to_front(hidden.window)
         self.assert_withheld(self.noted("Hidden page"))
         self.terminal("Beside Firefox", "A kettle on the stove")
-        self.assert_read(self.noted("Beside Firefox"), ["kettle on the stove"])
+        self.assert_read(self.noted("Beside Firefox", with_text=True), ["kettle on the stove"])
         self.assert_never_kept(secret)
 
     def test_reads_chromium_beside_another_window_only_where_it_is_ordinary(self):
@@ -122,7 +122,7 @@ class PrivateBrowsersTest(CaptureTest):
         self.assert_withheld(self.noted("Hidden page"))
         # Neither hides the other's page.
         self.terminal("Beside both", "A lamp in the hall")
-        event = self.noted("Beside both")
+        event = self.noted("Beside both", with_text=True)
         self.assert_read(event, ["lamp in the hall", *words])
         self.assert_never_kept(secret)
 

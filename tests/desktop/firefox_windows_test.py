@@ -59,7 +59,7 @@ class FirefoxWindowsTest(CaptureTest):
         # Its title says nothing of a private window.
         self.assert_withheld(self.noted(xdotool("getwindowname", window)))
         self.terminal("Beside them", "A kettle on the stove")
-        self.assert_read(self.noted("Beside them"), ["kettle on the stove"])
+        self.assert_read(self.noted("Beside them", with_text=True), ["kettle on the stove"])
         self.assert_never_kept(secret)
 
     def test_keeps_nothing_of_the_developers_tools(self):
