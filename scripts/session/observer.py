@@ -52,7 +52,12 @@ class Observer:
         """The first stored event for which `matches(event)` holds."""
         def stored():
             return next((event for event in self.events() if matches(event)), None)
-        return wait_until(stored, seconds, what)
+        try:
+            return wait_until(stored, seconds, what)
+        except TimeoutError as error:
+            kept = "".join(f"\n  {event['app']}: {event['title']}, {event['url']}, "
+                           f"{len(event['body'] or '')} characters" for event in self.events())
+            raise TimeoutError(f"{error}; kept were{kept or ' none'}") from None
 
     def wait_for_title(self, title):
         """The first stored event with this title."""
