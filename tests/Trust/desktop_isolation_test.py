@@ -10,6 +10,7 @@ import stat
 import sys
 import tempfile
 import unittest
+from unittest import mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
 import traced
@@ -43,6 +44,18 @@ class DesktopIsolationTest(unittest.TestCase):
         self.assertEqual(status, 0, observer.log.read_text())
         return modes
 
+    def families_with(self, variable, address):
+        """The kinds of sockets that it asks for in surroundings that lead elsewhere."""
+        trace = self.folder / "trace"
+        with mock.patch.dict(os.environ, {variable: address}):
+            observer = Observer(traced.strace(trace, "socket") + [str(PROGRAM)], self.folder)
+        try:
+            wait_until(lambda: observer.process.poll() is not None
+                       or "capture started" in observer.log.read_text(), PATIENCE, "its start")
+        finally:
+            observer.stop()
+        return traced.Trace(trace).socket_families()
+
     def modes(self):
         runtime = pathlib.Path(os.environ["XDG_RUNTIME_DIR"]) / "mnemora"
         wait_until(lambda: (runtime / "pages.sock").exists(), what="the browsers' socket")
@@ -65,6 +78,14 @@ class DesktopIsolationTest(unittest.TestCase):
         self.assertIn(str(ENGINES), trace.programs())
         self.assertEqual(set(trace.programs()), {str(PROGRAM), str(ENGINES)})
         self.assertEqual(trace.socket_families(), {"AF_UNIX"})
+
+    def test_follows_no_address_into_the_network(self):
+        traced.require_tracing()
+        for variable, address in (("DISPLAY", ":977"), ("DISPLAY", "localhost:977"),
+                                  ("DISPLAY", "elsewhere.invalid:0"),
+                                  ("DBUS_SESSION_BUS_ADDRESS", "tcp:host=127.0.0.1,port=9")):
+            with self.subTest(variable=variable, address=address):
+                self.assertLessEqual(self.families_with(variable, address), {"AF_UNIX"})
 
 
 if __name__ == "__main__":

@@ -13,7 +13,8 @@ import time
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "scripts" / "session"))
+sys.path[:0] = [str(ROOT / "scripts" / "session"), str(ROOT / "tests" / "Trust")]
+import traced
 from observer import Observer
 from windows import TextWindow, wait_until, xdotool
 
@@ -34,9 +35,19 @@ class RecordingTest(unittest.TestCase):
         self.folder = pathlib.Path(folder.name)
         self.desk = TextWindow("Notes", "Nothing much.")
         self.addCleanup(self.desk.close)
-        self.program = Observer(PROGRAM, self.folder)
+
+    def start(self, *tracer):
+        self.program = Observer([*tracer, PROGRAM], self.folder)
         self.addCleanup(self.program.stop)
         self.program.wait_for_title("Notes")
+
+    def start_traced(self):
+        """To be looked at for sockets at the end, where processes can be traced."""
+        if not traced.is_possible():
+            return self.start()
+        trace = self.folder / "trace"
+        self.addCleanup(lambda: self.assertEqual(traced.Trace(trace).socket_families(), {"AF_UNIX"}))
+        return self.start(*traced.strace(trace, "socket"))
 
     def call(self):
         window = TextWindow("Weekly call", "Three people.", "+80+200", window_class="zoom")
@@ -83,6 +94,7 @@ class RecordingTest(unittest.TestCase):
                         if event["kind"] == "meeting" and event["person"] == person)
 
     def test_a_consent_click_records_each_side_under_its_own_name(self):
+        self.start()
         user = self.voice("slt", "The garden is full of yellow flowers this morning.")
         other = self.voice("rms", "We should move the meeting to Thursday afternoon.")
         call = self.call()
@@ -113,6 +125,7 @@ class RecordingTest(unittest.TestCase):
         wait_until(lambda: self.our_streams() == 0, what="the end of listening")
 
     def test_it_goes_on_after_a_suspension_and_after_the_sound_servers_death(self):
+        self.start_traced()
         self.call()
         self.press_record()
         held = [self.program.process.pid, *self.program.children()]
