@@ -1,9 +1,15 @@
 #include "Linux/Screen/X11Screen.h"
 
 #include "Linux/Screen/SharedSegment.h"
+#include "Linux/X11/Answers.h"
 
 #include <algorithm>
+#include <condition_variable>
+#include <mutex>
 #include <poll.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <thread>
 #include <xcb/randr.h>
 #include <xcb/shm.h>
 #include <xcb/xcb.h>
@@ -16,6 +22,8 @@ using std::chrono::steady_clock;
 
 constexpr auto patience = std::chrono::seconds(2);
 constexpr std::uint32_t allPlanes = 0xFFFFFFFF;
+constexpr int longestSide = 16384; // more is no screen, only memory
+constexpr std::size_t mostMonitors = 64;
 
 std::size_t sizeOf(const Monitor& place) {
     return static_cast<std::size_t>(place.width) * static_cast<std::size_t>(place.height) * 4;
@@ -39,6 +47,34 @@ bool waitForBytes(xcb_connection_t* connection, steady_clock::time_point deadlin
     return true;
 }
 
+/// Takes the connection apart when it has lived too long: libxcb, once an answer has begun, waits
+/// for the rest of it without a bound.
+class Deadline {
+  public:
+    Deadline(int server, steady_clock::time_point end)
+        : thread_([this, server, end] {
+              std::unique_lock lock(mutex_);
+              if (!ended_.wait_until(lock, end, [this] { return isOver_; }))
+                  shutdown(server, SHUT_RDWR);
+          }) {}
+    ~Deadline() {
+        {
+            const std::lock_guard lock(mutex_);
+            isOver_ = true;
+        }
+        ended_.notify_one();
+        thread_.join();
+    }
+    Deadline(const Deadline&) = delete;
+    Deadline& operator=(const Deadline&) = delete;
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable ended_;
+    bool isOver_ = false; // guarded by mutex_
+    std::thread thread_;
+};
+
 const xcb_visualtype_t* visualType(const xcb_screen_t& screen) {
     for (auto depth = xcb_screen_allowed_depths_iterator(&screen); depth.rem > 0;
          xcb_depth_next(&depth))
@@ -61,30 +97,36 @@ void X11Screen::Disconnect::operator()(xcb_connection_t* connection) const {
 }
 
 std::unique_ptr<X11Screen> X11Screen::open() {
-    int number = 0;
-    std::unique_ptr<X11Screen> screen;
-    xcb_connection_t* connection = xcb_connect(nullptr, &number);
-    if (xcb_connection_has_error(connection) != 0) {
-        xcb_disconnect(connection);
+    try {
+        return opened();
+    } catch (const std::system_error&) { // no thread to be had
         return nullptr;
     }
-    screen.reset(new X11Screen(connection, number));
+}
+
+std::unique_ptr<X11Screen> X11Screen::opened() {
+    int number = 0;
+    Opened connection(xcb_connect(nullptr, &number));
+    if (xcb_connection_has_error(connection.get()) != 0)
+        return nullptr;
+    const Deadline deadline(xcb_get_file_descriptor(connection.get()),
+                            steady_clock::now() + patience);
+    const auto* shown = screenOf(connection.get(), number);
+    if (shown == nullptr)
+        return nullptr;
+    std::unique_ptr<X11Screen> screen(new X11Screen(std::move(connection), *shown));
     // A client that the server doesn't trust gets an error instead of pixels.
     if (!screen->hasUsablePixels() || !screen->sentPicture({0, 0, 0, 1, 1}))
         return nullptr;
     return screen;
 }
 
-X11Screen::X11Screen(xcb_connection_t* connection, int screen) : connection_(connection) {
-    auto roots = xcb_setup_roots_iterator(xcb_get_setup(connection));
-    for (; screen > 0 && roots.rem > 1; --screen)
-        xcb_screen_next(&roots);
-    root_ = roots.data->root;
-    depth_ = roots.data->root_depth;
-    hasSharedMemory_ = hasExtension(connection, xcb_shm_id);
-    if (hasExtension(connection, xcb_randr_id)) {
+X11Screen::X11Screen(Opened connection, const xcb_screen_t& screen)
+    : connection_(std::move(connection)), screen_(screen), root_(screen.root),
+      depth_(screen.root_depth), hasSharedMemory_(hasExtension(connection_.get(), xcb_shm_id)) {
+    if (hasExtension(connection_.get(), xcb_randr_id)) {
         const auto version = await<xcb_randr_query_version_reply_t>(
-            xcb_randr_query_version(connection, 1, 5).sequence);
+            xcb_randr_query_version(connection_.get(), 1, 5).sequence);
         hasMonitors_ = version && (version->major_version > 1 || version->minor_version >= 5);
     }
 }
@@ -95,10 +137,7 @@ bool X11Screen::isAlive() const {
 
 bool X11Screen::hasUsablePixels() const {
     const auto* setup = xcb_get_setup(connection_.get());
-    auto roots = xcb_setup_roots_iterator(setup);
-    while (roots.rem > 1 && roots.data->root != root_)
-        xcb_screen_next(&roots);
-    const auto* visual = visualType(*roots.data);
+    const auto* visual = visualType(screen_);
     if (setup->image_byte_order != XCB_IMAGE_ORDER_LSB_FIRST || visual == nullptr ||
         visual->red_mask != 0xFF0000 || visual->green_mask != 0xFF00 || visual->blue_mask != 0xFF)
         return false;
@@ -112,18 +151,28 @@ bool X11Screen::hasUsablePixels() const {
 /// The reply with this number; null on an error, which is no more than an answer.
 template <class T>
 X11Screen::Reply<T> X11Screen::await(unsigned sequence) {
-    const auto deadline = steady_clock::now() + patience;
+    const auto end = steady_clock::now() + patience;
     void* reply = nullptr;
     xcb_generic_error_t* error = nullptr;
-    xcb_flush(connection_.get());
-    while (isAlive() && xcb_poll_for_reply(connection_.get(), sequence, &reply, &error) == 0)
-        silent_ = !waitForBytes(connection_.get(), deadline);
+    try {
+        const Deadline deadline(xcb_get_file_descriptor(connection_.get()), end);
+        xcb_flush(connection_.get());
+        while (isAlive() && xcb_poll_for_reply(connection_.get(), sequence, &reply, &error) == 0) {
+            dropEvents();
+            silent_ = !waitForBytes(connection_.get(), end);
+        }
+    } catch (const std::system_error&) { // no thread to be had
+        silent_ = true;
+    }
     std::free(error);
-    // Errors of requests without reply wait among the events.
-    while (isAlive())
-        if (!Reply<xcb_generic_event_t>(xcb_poll_for_event(connection_.get())))
-            break;
+    dropEvents();
     return Reply<T>(static_cast<T*>(reply));
+}
+
+/// Errors of requests without reply wait among the events, and what the server tells everybody.
+void X11Screen::dropEvents() {
+    while (Reply<xcb_generic_event_t>(xcb_poll_for_queued_event(connection_.get()))) {
+    }
 }
 
 std::vector<Monitor> X11Screen::monitors() {
@@ -141,9 +190,14 @@ std::vector<Monitor> X11Screen::monitors() {
     if (!reply)
         return {{0, 0, 0, width_, height_}};
     std::vector<Monitor> monitors;
-    for (auto at = xcb_randr_get_monitors_monitors_iterator(reply.get()); at.rem > 0;
-         xcb_randr_monitor_info_next(&at)) {
+    std::uint64_t needed = 0;
+    for (auto at = xcb_randr_get_monitors_monitors_iterator(reply.get());
+         at.rem > 0 && monitors.size() < mostMonitors; xcb_randr_monitor_info_next(&at)) {
+        if (!holds(*reply, needed += sizeof(xcb_randr_monitor_info_t)))
+            break;
         const auto& info = *at.data;
+        if (!holds(*reply, needed += info.nOutput * sizeof(xcb_randr_output_t)))
+            break;
         if (info.width > 0 && info.height > 0)
             monitors.insert(info.primary != 0 ? monitors.begin() : monitors.end(),
                             {info.name, info.x, info.y, info.width, info.height});
@@ -152,8 +206,9 @@ std::vector<Monitor> X11Screen::monitors() {
 }
 
 std::optional<Image> X11Screen::picture(const Monitor& place) {
-    if (place.left < 0 || place.top < 0 || place.left + place.width > width_ ||
-        place.top + place.height > height_)
+    if (place.width <= 0 || place.height <= 0 || place.width > longestSide ||
+        place.height > longestSide || place.left < 0 || place.top < 0 ||
+        place.left + place.width > width_ || place.top + place.height > height_)
         return std::nullopt;
     auto image = hasSharedMemory_ ? sharedPicture(place) : std::nullopt;
     // A server on another machine has the extension, but can't reach our memory.

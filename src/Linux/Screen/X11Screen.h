@@ -13,6 +13,7 @@
 #include <vector>
 
 struct xcb_connection_t;
+struct xcb_screen_t;
 
 namespace mnemora::x11 {
 
@@ -39,8 +40,8 @@ class X11Screen {
     /// The lit monitors, the primary one first; the whole screen as one where the server knows
     /// none. Monitors without pixels are left out.
     [[nodiscard]] std::vector<Monitor> monitors();
-    /// The pixels of the rectangle; absent when it isn't wholly on the screen (any more) or the
-    /// server fails.
+    /// The pixels of the rectangle; absent when it isn't wholly on the screen (any more), is
+    /// larger than any screen, or the server fails.
     [[nodiscard]] std::optional<Image> picture(const Monitor& place);
 
   private:
@@ -53,20 +54,25 @@ class X11Screen {
     template <class T>
     using Reply = std::unique_ptr<T, Free>;
 
-    X11Screen(xcb_connection_t* connection, int screen);
+    using Opened = std::unique_ptr<xcb_connection_t, Disconnect>;
+
+    static std::unique_ptr<X11Screen> opened();
+    X11Screen(Opened connection, const xcb_screen_t& screen);
     [[nodiscard]] bool hasUsablePixels() const;
     template <class T>
     Reply<T> await(unsigned sequence);
+    void dropEvents();
     std::optional<Image> sharedPicture(const Monitor& place);
     std::optional<Image> sentPicture(const Monitor& place);
 
-    std::unique_ptr<xcb_connection_t, Disconnect> connection_;
+    Opened connection_;
+    const xcb_screen_t& screen_; // the connection's
     std::uint32_t root_ = 0;
     std::uint8_t depth_ = 0;
+    bool hasSharedMemory_ = false;
     int width_ = 0;
     int height_ = 0;
     bool hasMonitors_ = false;
-    bool hasSharedMemory_ = false;
     bool silent_ = false; // an answer did not come in time
 };
 

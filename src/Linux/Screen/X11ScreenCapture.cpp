@@ -2,6 +2,7 @@
 
 #include "Linux/Wayland/Connection.h"
 
+#include <chrono>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -12,14 +13,7 @@ X11ScreenCapture::X11ScreenCapture(CaptureChecks checks) : GuardedScreenCapture(
     if (wayland::isWaylandSession())
         return;
     const std::lock_guard lock(server_->mutex);
-    server_->connect();
-}
-
-bool X11ScreenCapture::Server::connect() {
-    if (!screen || !screen->isAlive())
-        screen = X11Screen::open();
-    isReadable = screen != nullptr;
-    return isReadable;
+    server_->screen = soughtScreen();
 }
 
 bool X11ScreenCapture::isPermitted() {
@@ -30,28 +24,45 @@ bool X11ScreenCapture::isPermitted() {
     return server_->isReadable;
 }
 
-// Connecting has no bound of its own, so nobody ever waits for this thread.
+// Connecting has no bound of its own, so it has a thread of its own, one at a time.
 void X11ScreenCapture::seekServer() {
-    if (server_->isSought.exchange(true))
+    const std::lock_guard lock(server_->seeking);
+    if (server_->isSought || server_->found)
         return;
     try {
         std::thread([server = server_] {
+            auto screen = X11Screen::open();
+            server->isReadable = screen != nullptr;
             {
-                const std::lock_guard lock(server->mutex);
-                server->connect();
+                const std::lock_guard guard(server->seeking);
+                server->found = std::move(screen);
+                server->isSought = false;
             }
-            server->isSought = false;
+            server->ended.notify_all();
         }).detach();
+        server_->isSought = true;
     } catch (const std::system_error&) { // no thread to be had
-        server_->isSought = false;
+        server_->isReadable = false;
     }
+}
+
+std::unique_ptr<X11Screen> X11ScreenCapture::soughtScreen() {
+    constexpr auto patience = std::chrono::seconds(2);
+    seekServer();
+    std::unique_lock lock(server_->seeking);
+    server_->ended.wait_for(lock, patience, [this] { return !server_->isSought; });
+    return std::move(server_->found);
 }
 
 Outcome<X11ScreenCapture::Shot> X11ScreenCapture::shot() {
     if (wayland::isWaylandSession())
         return Shot{};
     const std::lock_guard lock(server_->mutex);
-    if (!server_->connect())
+    if (!server_->screen || !server_->screen->isAlive())
+        server_->screen.reset(); // the former connection first, for the server may count them
+    if (!server_->screen)
+        server_->screen = soughtScreen();
+    if (!server_->screen)
         return Failure{"the X server can't be reached"};
     const auto monitors = server_->screen->monitors();
     if (!server_->screen->isAlive())

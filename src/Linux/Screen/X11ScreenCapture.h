@@ -5,6 +5,7 @@
 #include "Linux/Screen/X11Screen.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 
@@ -22,14 +23,17 @@ class X11ScreenCapture final : public GuardedScreenCapture {
   private:
     /// The server's screen, shared with the thread that looks for it.
     struct Server {
-        bool connect(); // with `mutex` held
-
-        std::mutex mutex;
+        std::mutex mutex;                  // one picture at a time
         std::unique_ptr<X11Screen> screen; // guarded by mutex
+        std::mutex seeking;
+        std::condition_variable ended;    // a search has
+        std::unique_ptr<X11Screen> found; // guarded by seeking
+        bool isSought = false;            // guarded by seeking
         std::atomic<bool> isReadable = false;
-        std::atomic<bool> isSought = false;
     };
     void seekServer();
+    /// What is found within two seconds; null where that is nothing.
+    std::unique_ptr<X11Screen> soughtScreen();
     Outcome<Shot> shot() override;
 
     const std::shared_ptr<Server> server_ = std::make_shared<Server>();

@@ -1,5 +1,6 @@
 #include "Linux/X11/Connection.h"
 
+#include "Linux/X11/Answers.h"
 #include "Linux/X11/PropertyText.h"
 #include "Text/Encoding.h"
 
@@ -61,10 +62,13 @@ std::unique_ptr<Connection> Connection::open(std::string* reason) {
             *reason = connectionFailure(error);
         return nullptr;
     }
-    auto roots = xcb_setup_roots_iterator(xcb_get_setup(opened.get()));
-    for (int left = screen; left > 0 && roots.rem > 1; --left)
-        xcb_screen_next(&roots);
-    const Window root = roots.data->root;
+    const auto* shown = screenOf(opened.get(), screen);
+    if (shown == nullptr) {
+        if (reason != nullptr)
+            *reason = "the X server introduces itself with nonsense";
+        return nullptr;
+    }
+    const Window root = shown->root;
     return std::unique_ptr<Connection>(new Connection(opened.release(), root, screen));
 }
 
@@ -191,13 +195,14 @@ std::optional<Property> Connection::property(Window window, Atom name, std::size
         nullptr));
     if (!reply || reply->type == XCB_ATOM_NONE)
         return std::nullopt;
-    const auto append = [](std::string& bytes, const xcb_get_property_reply_t* answer) {
-        const int length = xcb_get_property_value_length(answer);
-        bytes.append(static_cast<const char*>(xcb_get_property_value(answer)),
-                     static_cast<std::size_t>(std::max(length, 0)));
+    const auto append = [](std::string& bytes, const xcb_get_property_reply_t* answer,
+                           std::size_t asked) {
+        const auto length = answer->value_len * std::uint64_t{answer->format} / 8;
+        if (length <= asked && holds(*answer, length))
+            bytes.append(static_cast<const char*>(xcb_get_property_value(answer)), length);
     };
     Property result{reply->type, {}};
-    append(result.bytes, reply.get());
+    append(result.bytes, reply.get(), words * std::size_t{4});
     if (reply->bytes_after == 0)
         return result;
     const std::uint32_t tail = std::min<std::uint32_t>(words / 4, reply->bytes_after / 4);
@@ -206,7 +211,7 @@ std::optional<Property> Connection::property(Window window, Atom name, std::size
         connection, xcb_get_property(connection, 0, window, name, XCB_ATOM_ANY, from, tail + 1),
         nullptr));
     if (reply)
-        append(result.bytes, reply.get());
+        append(result.bytes, reply.get(), (tail + std::size_t{1}) * 4);
     return result;
 }
 
@@ -266,12 +271,13 @@ int Connection::processOf(Window window) {
         const xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
         const Reply<xcb_res_query_client_ids_reply_t> reply(xcb_res_query_client_ids_reply(
             connection, xcb_res_query_client_ids(connection, 1, &spec), nullptr));
-        if (reply)
-            for (auto ids = xcb_res_query_client_ids_ids_iterator(reply.get()); ids.rem > 0;
-                 xcb_res_client_id_value_next(&ids))
-                if ((ids.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) != 0 &&
-                    xcb_res_client_id_value_value_length(ids.data) >= 1)
-                    return static_cast<int>(*xcb_res_client_id_value_value(ids.data));
+        // The one that was asked for, its number behind it.
+        if (reply && reply->num_ids >= 1 &&
+            holds(*reply, sizeof(xcb_res_client_id_value_t) + sizeof(std::uint32_t))) {
+            const auto* id = xcb_res_query_client_ids_ids_iterator(reply.get()).data;
+            if ((id->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) != 0 && id->length >= 4)
+                return static_cast<int>(*xcb_res_client_id_value_value(id));
+        }
     }
     const auto claimed = property(window, atoms_.windowPid, sizeof(std::uint32_t));
     if (!claimed || claimed->bytes.size() < sizeof(std::uint32_t) || !isLocal(window))

@@ -1,5 +1,7 @@
 #include "Linux/X11/Connection.h"
 
+#include "Linux/X11/Answers.h"
+
 #include <algorithm>
 #include <xcb/dpms.h>
 #include <xcb/screensaver.h>
@@ -29,10 +31,7 @@ bool Connection::isSwitchedOff() {
 std::vector<Window> Connection::children(Window window) {
     const Reply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(
         connection_.get(), xcb_query_tree(connection_.get(), window), nullptr));
-    if (!tree)
-        return {};
-    const Window* first = xcb_query_tree_children(tree.get());
-    return {first, first + xcb_query_tree_children_length(tree.get())};
+    return tree ? childrenIn(*tree) : std::vector<Window>();
 }
 
 std::optional<Window> Connection::parent(Window window) {
@@ -72,8 +71,12 @@ bool Connection::isBehindUnmanagedWindow() {
         return std::find(managed.begin(), managed.end(), window) != managed.end();
     };
     auto frame = activeWindow();
-    for (auto above = frame; above && above != root_; above = parent(*above))
+    constexpr int maxDepth = 32;
+    int depth = 0;
+    for (auto above = frame; above && above != root_ && depth < maxDepth; above = parent(*above)) {
         frame = above;
+        ++depth;
+    }
     // Programs keep many helper windows that are never shown: those don't count.
     const auto topLevels = viewableTopLevels().value_or(std::vector<Window>());
     std::size_t seen = 0;

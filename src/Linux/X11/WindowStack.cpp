@@ -1,5 +1,7 @@
 #include "Linux/X11/Connection.h"
 
+#include "Linux/X11/Answers.h"
+
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -216,7 +218,7 @@ Area Connection::coverOf(const TopLevel& topLevel, bool isComposited) {
     const Reply<xcb_shape_get_rectangles_reply_t> shape(xcb_shape_get_rectangles_reply(
         connection, xcb_shape_get_rectangles(connection, topLevel.window, XCB_SHAPE_SK_BOUNDING),
         nullptr));
-    if (!shape)
+    if (!shape || !holds(*shape, shape->rectangles_len * sizeof(xcb_rectangle_t)))
         return {};
     constexpr int maxRectangles = 64; // of a ragged shape the rest counts as see-through
     const auto* rectangles = xcb_shape_get_rectangles_rectangles(shape.get());
