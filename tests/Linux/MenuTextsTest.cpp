@@ -6,10 +6,13 @@ namespace mnemora::desktop {
 namespace {
 
 TEST(MenuTexts, ShowATitleInOneLineAndItsOwnSigns) {
-    const std::string hostile = "a\nQuit\r\x1B\u009B\u2028\u2029\x7F & _b";
-    EXPECT_EQ(shownTitle(hostile).toStdString(), "a Quit       & _b");
-    EXPECT_EQ(toolkitTitle(hostile).toStdString(), "a Quit       && _b");
-    EXPECT_EQ(busTitle(hostile).toStdString(), "a Quit       & __b");
+    const std::string hostile = "a\nQuit\r\x1B\u009B\u2028\u2029\x7F\u202E\u2067 & _b";
+    EXPECT_EQ(shownTitle(hostile).toStdString(), "a Quit         & _b");
+    EXPECT_EQ(toolkitTitle(hostile).toStdString(), "a Quit         && _b");
+    EXPECT_EQ(busTitle(hostile).toStdString(), "a Quit         & __b");
+    const std::string endless = "e" + std::string(100'000, '.');
+    EXPECT_LE(shownTitle(endless).size(), 300);
+    EXPECT_TRUE(shownTitle(endless).startsWith(QStringLiteral("e...")));
 }
 
 } // namespace
