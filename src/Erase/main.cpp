@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iostream>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -73,6 +74,13 @@ int report(const Erasure& erasure, std::int64_t events) {
     return EXIT_SUCCESS;
 }
 
+/// As the program itself, which uses nothing of another user's; an administrator's own variables
+/// may lead there.
+bool isOurs(const std::filesystem::path& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && info.st_uid == geteuid();
+}
+
 int run(const EraseOptions& options) {
     const auto database = databasePath();
     std::error_code error;
@@ -80,6 +88,8 @@ int run(const EraseOptions& options) {
         std::puts("Nothing is stored.");
         return EXIT_SUCCESS;
     }
+    if (!isOurs(database.parent_path()) || !isOurs(database))
+        return fail(failed, "the memory belongs to another user");
     // Writing the file anew takes a second one, which belongs into no folder that others share.
     setenv("SQLITE_TMPDIR", database.parent_path().c_str(), 1);
     const MemoryEraser eraser(database, options.patience);

@@ -60,6 +60,9 @@ TEST(SealedFileTest, TakesATornOrDamagedFileForNone) {
     std::filesystem::remove(path);
     std::filesystem::create_symlink("target", path);
     EXPECT_FALSE(SealedFile::open(path, 7));
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_FALSE(SealedFile::open(path, 7));
     EXPECT_FALSE(SealedFile::write(folder.path() / "missing" / "cache", 7, "some content"));
 }
 

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace mnemora::test {
 namespace {
@@ -197,6 +198,18 @@ TEST_F(EraseTest, WaitsForOthersOnlySoLongAndSaysWhatIsLeft) {
     sqlite3_close(other);
     EXPECT_EQ(erase({"--day", "2023-11-16"}).status, 0); // nothing to ask about
     expectNoTrace();
+}
+
+TEST_F(EraseTest, TouchesNothingOfSomebodyElse) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give files away";
+    fill();
+    for (const auto& path : {home.dataFolder(), home.dataFolder() / "mnemora.sqlite"}) {
+        ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+        EXPECT_EQ(erase({"--all", "--yes"}).status, 1);
+        ASSERT_EQ(chown(path.c_str(), 0, 0), 0);
+    }
+    EXPECT_EQ(outside("SELECT count(*) FROM events;").front(), "120");
 }
 
 TEST_F(EraseTest, MakesNothingWhereNothingIs) {

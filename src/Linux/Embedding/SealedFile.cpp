@@ -43,7 +43,8 @@ void SealedFile::Unmap::operator()(void* address) const {
 }
 
 std::optional<SealedFile> SealedFile::open(const std::filesystem::path& path, std::uint64_t key) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    // Nobody may ever write into a pipe of that name.
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat info {};
     if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
         info.st_uid != geteuid() || static_cast<std::size_t>(info.st_size) <= sizeof(Seal))
