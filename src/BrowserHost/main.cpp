@@ -13,6 +13,7 @@
 #include <exception>
 #include <filesystem>
 #include <string_view>
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace mnemora::browsers;
@@ -76,6 +77,8 @@ int relay() {
 } // namespace
 
 int main(int argc, char** argv) {
+    const rlimit none{.rlim_cur = 1, .rlim_max = 1}; // pages pass through: no core files (core(5))
+    setrlimit(RLIMIT_CORE, &none);
     const std::string_view argument = argc > 1 ? argv[1] : "";
     try {
         if (argument.starts_with("chrome-extension://"))

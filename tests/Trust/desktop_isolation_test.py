@@ -38,6 +38,8 @@ class DesktopIsolationTest(unittest.TestCase):
         observer = Observer(command, self.folder)
         try:
             observer.wait_for(lambda event: event["body"], "an event with text", PATIENCE)
+            for process in (observer.process.pid, *observer.children()):
+                self.assertTrue(traced.leaves_no_core(process))
             modes = self.modes()
         finally:
             status = observer.stop()

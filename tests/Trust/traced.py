@@ -27,6 +27,12 @@ def require_tracing():
         raise unittest.SkipTest("strace isn't installed, or not allowed to trace here")
 
 
+def leaves_no_core(pid):
+    """Whether a process may leave no core file, nor feed one to a handler (core(5))."""
+    limits = pathlib.Path(f"/proc/{pid}/limits").read_text(encoding="ascii")
+    return re.search(r"^Max core file size +([01]) +\1 ", limits, re.MULTILINE) is not None
+
+
 def strace(trace, calls):
     """The words in front of a command that write its calls, and its children's, to `trace`. The
     command keeps the process id, so that signals reach it and not the tracer."""
