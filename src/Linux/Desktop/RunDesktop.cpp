@@ -2,6 +2,7 @@
 
 #include "Linux/Desktop/BrandImages.h"
 #include "Linux/Desktop/Composition.h"
+#include "Linux/Desktop/SessionBus.h"
 #include "Linux/Desktop/SingleInstance.h"
 #include "Linux/Desktop/TerminationSignals.h"
 #include "Linux/Desktop/WindowPlatform.h"
@@ -14,11 +15,13 @@
 #include "Shell/AppRelauncher.h"
 
 #include <QApplication>
+#include <QDBusConnection>
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,6 +34,8 @@ using namespace std::chrono_literals;
 constexpr auto patienceAtQuit = 500ms;
 // As long as a program that is just quitting or starting itself anew may need.
 constexpr auto patienceWithFormer = 3s;
+// A session's first seconds may leave its bus little time; without one there is no status icon.
+constexpr auto patienceWithBus = 2s;
 
 // As long as a session may need to start its compositor anew.
 constexpr auto patienceWithCompositor = 15s;
@@ -65,11 +70,21 @@ void endWithDisplay() {
     std::_Exit(0);
 }
 
-void describe(QApplication& application) {
+/// The toolkit, with the session bus where that answers; `count` outlives it.
+std::unique_ptr<QApplication> makeApplication(int& count, char** arguments) {
+    std::optional<WithoutSessionBus> silence;
+    if (!sessionBusAnswers(patienceWithBus)) {
+        logError("the session bus doesn't answer: until the next start no status icon there");
+        silence.emplace();
+    }
+    auto application = std::make_unique<QApplication>(count, arguments);
+    // The toolkit keeps to what it finds now; everything else may still find the bus.
+    (void)QDBusConnection::sessionBus();
     QApplication::setApplicationName(QStringLiteral("Mnemora"));
     QApplication::setDesktopFileName(QStringLiteral("app.mnemora.Mnemora"));
-    application.setQuitOnLastWindowClosed(false);
+    QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setWindowIcon(applicationIcon());
+    return application;
 }
 
 int runLoop(MnemoraStore& store, const std::shared_ptr<QtMainLoop>& mainLoop,
@@ -101,8 +116,7 @@ int run(MnemoraStore& store, int argc, char** argv) {
     std::vector<char*> arguments(argv, argv + argc);
     arguments.insert(arguments.end(), {option.data(), platform->data(), nullptr});
     int count = argc + 2;
-    QApplication application(count, arguments.data());
-    describe(application);
+    const auto application = makeApplication(count, arguments.data());
     explainPlatform(QGuiApplication::platformName().toStdString());
     AppDelegate* delegate = nullptr;
     SingleInstance instance([&] {
