@@ -28,6 +28,7 @@ using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 namespace fs = std::filesystem;
 
@@ -60,6 +61,15 @@ char stateOf(pid_t pid) {
     std::getline(file, text);
     const auto end = text.rfind(") ");
     return end == std::string::npos ? '?' : text[end + 2];
+}
+
+/// What of a process's memory is its own (proc(5), RssAnon).
+double privateMebibytes(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string word; status >> word;)
+        if (double kibibytes = 0; word == "RssAnon:" && status >> kibibytes)
+            return kibibytes / 1024;
+    return 0;
 }
 
 class EngineTextRecognizerTest : public ::testing::Test {
@@ -259,6 +269,23 @@ TEST_F(EngineTextRecognizerTest, LeavesNothingBehindWhateverTheChildDoes) {
             EXPECT_THAT(recognizer.recognize(painted("b").image()), IsEmpty()) << child;
         }
     EXPECT_TRUE(before.comesBack()) << before << " before, " << test::ProcessUse::now() << " after";
+}
+
+// A display takes many sizes while the window of a virtual machine is dragged, and the runtime
+// compiles code of several megabytes for each.
+TEST_F(EngineTextRecognizerTest, KeepsNoCodeForEverySizeOfADisplay) {
+    EngineTextRecognizer recognizer(EngineSettings::ofInstallation());
+    const auto readSizes = [&](int from, int to) {
+        for (int i = from; i < to; ++i) { // the largest first: its working memory serves the others
+            ScreenPainter screen(Qt::white, 960 - i * 32, 480 - i * 37 % 224);
+            screen.write(20, 40, "Size " + std::to_string(i), screenFont("DejaVu Sans", 14),
+                         Qt::black);
+            EXPECT_THAT(recognizer.recognize(screen.image()), Not(IsEmpty())) << i;
+        }
+        return privateMebibytes(*recognizer.child());
+    };
+    const double before = readSizes(0, 6);
+    EXPECT_LT(readSizes(6, 24) - before, 45);
 }
 
 TEST_F(EngineTextRecognizerTest, RepairsTextThatIsNoUtf8) {

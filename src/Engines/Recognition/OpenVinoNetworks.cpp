@@ -7,14 +7,23 @@
 namespace mnemora::recognition {
 namespace {
 
+// The runtime compiles code for every shape that it meets, about four megabytes each time, and
+// keeps up to this many pieces of each kind (5,000 unless told). Lines have 28 widths in all, so
+// what is kept for them has an end. Every size of a display brings two new shapes to the detector,
+// and a virtual machine's window may be dragged to hundreds; this is room for the two in use.
+constexpr int mostDetectorCode = 128;
+constexpr int mostReaderCode = 5000;
+
 /// A network that maps planes of any width (and height) to scores.
 class Network {
   public:
-    Network(ov::Core& core, const std::shared_ptr<ov::Model>& model)
-        : compiled_(
-              core.compile_model(model, "CPU", ov::inference_num_threads(1), ov::num_streams(1),
-                                 ov::hint::enable_cpu_pinning(false),
-                                 ov::hint::performance_mode(ov::hint::PerformanceMode::LATENCY))),
+    Network(ov::Core& core, const std::shared_ptr<ov::Model>& model, int mostCode)
+        : compiled_(core.compile_model(
+              model, "CPU", ov::inference_num_threads(1), ov::num_streams(1),
+              ov::hint::enable_cpu_pinning(false),
+              ov::hint::performance_mode(ov::hint::PerformanceMode::LATENCY),
+              // The plugin's own key, without a name in the runtime's public headers.
+              std::pair<std::string, ov::Any>("CPU_RUNTIME_CACHE_CAPACITY", mostCode))),
           request_(compiled_.create_infer_request()) {}
 
     /// The scores, valid until the next run. Throws what OpenVINO throws.
@@ -75,11 +84,11 @@ class OpenVinoNetworks final : public TextNetworks {
 
 std::shared_ptr<TextNetworks> load(const std::string& detector, const std::string& reader) {
     ov::Core core;
-    Network detectorNetwork(core, core.read_model(detector, ov::Tensor()));
+    Network detectorNetwork(core, core.read_model(detector, ov::Tensor()), mostDetectorCode);
     const auto readerModel = core.read_model(reader, ov::Tensor());
     // The ONNX reader keeps a file's metadata under this name.
     Alphabet alphabet(readerModel->get_rt_info<std::string>("framework", "character"));
-    Network readerNetwork(core, readerModel);
+    Network readerNetwork(core, readerModel, mostReaderCode);
     return std::make_shared<OpenVinoNetworks>(std::move(detectorNetwork), std::move(readerNetwork),
                                               std::move(alphabet));
 }

@@ -89,8 +89,17 @@ void mapLargeBlocks() {
     mallopt(M_TRIM_THRESHOLD, 8 * 1024 * 1024);
 }
 
+/// The runtime's kernels (oneDNN) would keep the last 1,024 pieces of compiled code a second time,
+/// beyond what the networks let go
+/// (https://uxlfoundation.github.io/oneDNN/dev_guide_primitive_cache.html). Only before the
+/// networks are loaded, while there is one thread.
+void keepCompiledCodeOnce() {
+    setenv("ONEDNN_PRIMITIVE_CACHE_CAPACITY", "0", 1);
+}
+
 int runRecognition(int socket, const std::filesystem::path& model) {
     mapLargeBlocks();
+    keepCompiledCodeOnce();
     const auto networks = loadNetworks(model);
     if (!networks)
         return refuse(socket, networks.description());
