@@ -2,42 +2,26 @@
 
 Usage: bad_surroundings_test.py PROGRAM, inside a desktop session.
 """
-import os
-import pathlib
 import subprocess
 import sys
-import tempfile
 import unittest
-import unittest.mock
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from running import PATIENCE, ProgramTest, wait_until
 from accessible_program import AccessibleProgram
-from observer import Observer, environment_for
-from windows import PATIENCE, TextWindow, wait_until, xdotool
-
-PROGRAM = sys.argv[1]
+from windows import xdotool
 
 
-class BadSurroundingsTest(unittest.TestCase):
+class BadSurroundingsTest(ProgramTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-        self.window = TextWindow("A letter", "Dear reader")
-        self.addCleanup(self.window.close)
+        super().setUp()
+        self.window("A letter", "Dear reader")
 
     def launch(self, **environment):
-        with unittest.mock.patch.dict(os.environ, environment):
-            self.observer = Observer(PROGRAM, self.folder)
-        self.addCleanup(self.observer.stop)
-        wait_until(lambda: "capture started" in self.log(), what="the launch")
-
-    def log(self):
-        return self.observer.log.read_text(errors="replace")
+        super().launch(**environment)
+        self.wait_for_log("capture started")
 
     def menu_texts(self):
-        subprocess.run([PROGRAM], env=environment_for(self.folder), check=True, timeout=PATIENCE,
-                       stderr=subprocess.DEVNULL)
+        self.assertEqual(self.start_again().returncode, 0)
         program = AccessibleProgram(self.observer.process.pid)
         wait_until(lambda: "Quit Mnemora" in program.buttons(), what="the menu")
         return [name for _, name, _ in program.objects()]
@@ -89,9 +73,7 @@ class BadSurroundingsTest(unittest.TestCase):
     def test_a_card_outlives_its_screen(self):
         self.launch()
         self.observer.wait_for_title("A letter")
-        call = TextWindow("Weekly call", "Three people.", "+80+200", window_class="zoom")
-        self.addCleanup(call.close)
-        call.bring_to_front()
+        self.window("Weekly call", "Three people.", "+80+200", window_class="zoom").bring_to_front()
         self.wait_for_card_beside(1280)
         self.xrandr("--newmode", "small", "63.5", "1024", "1072", "1176", "1328", "768", "771",
                     "775", "798")

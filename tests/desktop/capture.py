@@ -5,15 +5,11 @@ data folder afterwards; the same words in an ordinary window have to be found in
 would prove nothing.
 """
 import os
-import pathlib
 import subprocess
-import sys
 import tempfile
-import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
-from observer import Observer
-from windows import TextWindow, wait_until, xdotool
+from running import ProgramTest
+from windows import wait_until, xdotool
 
 # A tick, the reading of a full screen in the idle class on a busy machine, and some more.
 PATIENCE = 90
@@ -88,23 +84,16 @@ class Firefox(Started):
         self.window = new_window("firefox", before, title)
 
 
-class CaptureTest(unittest.TestCase):
-    """Gives each test the running program with a data folder of its own."""
-
-    program = None  # the path; set by the file that holds the tests
+class CaptureTest(ProgramTest):
+    """Gives each test the running program."""
 
     def setUp(self):
-        folder = self.enterContext(tempfile.TemporaryDirectory(prefix="mnemora-capture."))
-        self.observer = Observer(self.program, pathlib.Path(folder))
-        self.addCleanup(self.observer.stop)
-
-    def started(self, thing):
-        self.addCleanup(thing.close)
-        return thing
+        super().setUp()
+        self.launch()
 
     def terminal(self, title, text):
         """At the left of the screen, and in front."""
-        window = self.started(TextWindow(title, text))
+        window = self.window(title, text)
         place(window.identifier, 20, 40, 640, 300)
         window.bring_to_front()
         return window

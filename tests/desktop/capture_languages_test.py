@@ -14,7 +14,6 @@ from browser_chromium import Chromium, Pages
 from capture import CaptureTest, Firefox, Started, big_page, bring_to_front, place
 from windows import wait_until, xdotool
 
-CaptureTest.program = sys.argv[1]
 RIGHT = (700, 60, 560, 420)  # of the terminals
 MARKERS = {"de": ("Chromium (anonym)", "Privater Modus"),
            "ja": ("Chromium（シークレット モード）", "プライベートブラウジング")}

@@ -9,10 +9,10 @@ import unittest
 
 from browser_chromium import CHROME, Chromium, Pages
 from browser_documents import LONG, long_body, one_page_pdf
-from capture import CaptureTest, bring_to_front, place
-from windows import wait_until, xdotool
+from capture import CaptureTest, bring_to_front
+from windows import wait_until
 
-CaptureTest.program, HOST_PROGRAM = sys.argv[1:3]
+HOST_PROGRAM = sys.argv[2]
 MOST = 6000  # characters kept of a page
 
 

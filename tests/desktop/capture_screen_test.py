@@ -14,7 +14,6 @@ from capture import (CaptureTest, Firefox, Started, big_page, bring_to_front, ne
                      windows_of)
 from windows import wait_until, xdotool
 
-CaptureTest.program = sys.argv[1]
 RIGHT = (700, 20, 560, 360)  # of the terminals
 BELOW = (700, 420, 560, 360)
 PACE = 6  # seconds between two looks

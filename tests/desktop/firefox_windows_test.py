@@ -11,7 +11,6 @@ from browser_chromium import Pages
 from capture import CaptureTest, Firefox, big_page, bring_to_front, place, windows_of
 from windows import wait_until, xdotool
 
-CaptureTest.program = sys.argv[1]
 RIGHT = (700, 20, 560, 360)  # of the terminals
 BELOW = (700, 420, 560, 360)
 # A film of two words that anybody could read.

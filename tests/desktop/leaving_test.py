@@ -8,16 +8,12 @@ import signal
 import sqlite3
 import subprocess
 import sys
-import tempfile
 import unittest
-import unittest.mock
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from running import PATIENCE, PROGRAM, ProgramTest, wait_until
 from accessible_program import AccessibleProgram
-from observer import Observer
-from windows import PATIENCE, wait_until
 
-PROGRAM = pathlib.Path(sys.argv[1]).resolve()
+EXECUTABLE = pathlib.Path(PROGRAM).resolve()
 STARTED = "capture started"
 
 
@@ -27,7 +23,7 @@ def processes_of_program(folder):
     for pid in filter(str.isdigit, os.listdir("/proc")):
         process = pathlib.Path("/proc", pid)
         try:
-            if (process / "exe").resolve(strict=True) == PROGRAM and \
+            if (process / "exe").resolve(strict=True) == EXECUTABLE and \
                     os.fsencode(folder) in (process / "environ").read_bytes():
                 found.add(int(pid))
         except OSError:
@@ -35,31 +31,24 @@ def processes_of_program(folder):
     return found
 
 
-class LeavingTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
+class LeavingTest(ProgramTest):
     def launch(self, **environment):
-        with unittest.mock.patch.dict(os.environ, environment):
-            self.program = Observer(PROGRAM, self.folder)
-        self.addCleanup(self.program.stop)
+        super().launch(**environment)
         self.wait_for_starts(1)
 
     def wait_for_starts(self, count):
-        wait_until(lambda: self.program.log.read_text().count(STARTED) >= count,
+        wait_until(lambda: self.log().count(STARTED) >= count,
                    what=f"{count} starts in the log")
 
     def expect_sound_memory(self):
-        with sqlite3.connect(self.program.database) as memory:
+        with sqlite3.connect(self.observer.database) as memory:
             self.assertEqual(memory.execute("PRAGMA integrity_check").fetchone(), ("ok",))
 
     def test_restarts_when_the_setup_window_is_asked_to(self):
         # A screen that can't be read is what a restart is offered for.
         self.launch(XDG_SESSION_TYPE="wayland", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
-        AccessibleProgram(self.program.process.pid).click("Restart Mnemora")
-        self.assertEqual(self.program.process.wait(PATIENCE), 0)
+        AccessibleProgram(self.observer.process.pid).click("Restart Mnemora")
+        self.assertEqual(self.observer.process.wait(PATIENCE), 0)
         self.wait_for_starts(2)
         (successor,) = processes_of_program(self.folder)
         self.assertNotEqual(os.getsid(successor), os.getsid(0))  # it outlives whoever started us
@@ -70,8 +59,8 @@ class LeavingTest(unittest.TestCase):
     def test_every_signal_of_a_logout_ends_it_well(self):
         for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
             self.launch()
-            self.program.process.send_signal(number)
-            self.assertEqual(self.program.process.wait(PATIENCE), 0)
+            self.observer.process.send_signal(number)
+            self.assertEqual(self.observer.process.wait(PATIENCE), 0)
             self.expect_sound_memory()
 
     def test_ends_quietly_with_its_display(self):
@@ -85,7 +74,7 @@ class LeavingTest(unittest.TestCase):
             display = ":" + ready.readline().strip()
         self.launch(DISPLAY=display)
         server.kill()
-        self.assertEqual(self.program.process.wait(PATIENCE), 0)
+        self.assertEqual(self.observer.process.wait(PATIENCE), 0)
         self.expect_sound_memory()
 
 

@@ -2,20 +2,13 @@
 
 Usage: own_windows_test.py PROGRAM, inside a desktop session with the accessibility bus.
 """
-import os
-import pathlib
-import subprocess
 import sys
-import tempfile
 import unittest
-import unittest.mock
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from running import ProgramTest, wait_until
 from accessible_program import AccessibleProgram, Atspi
-from observer import Observer, environment_for
-from windows import PATIENCE, wait_until, xdotool
+from windows import xdotool
 
-PROGRAM = sys.argv[1]
 STATE, ROLE = Atspi.StateType, Atspi.Role
 COMMANDS = ["🔴  Record meeting (on-device)", "Meetings…", "Setup & Permissions…", "Quit Mnemora"]
 # What people act on or read; each has to say what it is.
@@ -23,20 +16,14 @@ SPEAKING = {ROLE.PUSH_BUTTON, ROLE.LABEL, ROLE.MENU_ITEM, ROLE.CHECK_BOX, ROLE.T
             ROLE.TABLE, ROLE.TREE, ROLE.FRAME, ROLE.DIALOG, ROLE.LINK}
 
 
-class OwnWindowsTest(unittest.TestCase):
+class OwnWindowsTest(ProgramTest):
     def launch(self, **environment):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-        with unittest.mock.patch.dict(os.environ, environment):
-            self.observer = Observer(PROGRAM, self.folder)
-        self.addCleanup(self.observer.stop)
+        super().launch(**environment)
         self.program = AccessibleProgram(self.observer.process.pid)
-        wait_until(lambda: "capture started" in self.observer.log.read_text(), what="the launch")
+        self.wait_for_log("capture started")
 
     def open_menu_window(self):
-        subprocess.run([PROGRAM], env=environment_for(self.folder), check=True, timeout=PATIENCE,
-                       stderr=subprocess.DEVNULL)
+        self.assertEqual(self.start_again().returncode, 0)
         self.wait_for_front("Mnemora")
 
     @staticmethod

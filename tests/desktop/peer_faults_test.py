@@ -12,15 +12,12 @@ import tempfile
 import threading
 import time
 import unittest
-import unittest.mock
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
 from gi.repository import Gio, GLib
-from observer import Observer, environment_for
-from status_panel import INTERFACE, MENU, WATCHER, StatusPanel
-from windows import PATIENCE, TextWindow, wait_until
 
-PROGRAM = sys.argv[1]
+from running import ProgramTest, wait_until
+from status_panel import INTERFACE, MENU, WATCHER, StatusPanel
+
 # The main thread's own bound is 50 ms; the rest is for a busy machine.
 TURN = 1.0
 
@@ -75,25 +72,15 @@ class Stopped:
         os.kill(self.pid, signal.SIGCONT)
 
 
-class PeerFaultsTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
-    def launch(self):
-        self.program = Observer(PROGRAM, self.folder)
-        self.addCleanup(self.program.stop)
-
+class PeerFaultsTest(ProgramTest):
     def expect_observation(self, title):
         """A window with this title comes to the front and is kept."""
-        window = TextWindow(title, "Nothing much.")
-        self.addCleanup(window.close)
+        window = self.window(title)
 
         def is_kept():
             # Again and again: without accessibility the setup window comes to the front as well.
             window.bring_to_front()
-            return any(event["title"] == title for event in self.program.events())
+            return any(event["title"] == title for event in self.observer.events())
         wait_until(is_kept, what=f"an event titled '{title}'")
 
     def longest_turn(self, item, seconds):
@@ -119,11 +106,10 @@ class PeerFaultsTest(unittest.TestCase):
         (applications / "loop.desktop").symlink_to("loop.desktop")
         self.launch()
         self.expect_observation("Beside odd entries")
-        self.assertIn("desktop entries stay unread because of", self.program.log.read_text())
+        self.assertIn("desktop entries stay unread because of", self.log())
 
     def test_a_panel_that_floods(self):
-        panel = StatusPanel()
-        self.addCleanup(panel.close)
+        panel = self.started(StatusPanel())
         self.launch()
         item = panel.wait_for_item()
         menu = panel.property("Menu")
@@ -166,7 +152,7 @@ class PeerFaultsTest(unittest.TestCase):
             self.assertLess(self.longest_turn(item, 0.5), TURN)
             self.expect_observation(f"Beside a {kind.__name__}")
             panel.close()
-            self.assertEqual(self.program.stop(), 0)
+            self.assertEqual(self.observer.stop(), 0)
 
     def test_a_message_bus_that_hangs(self):
         self.launch()
@@ -176,8 +162,8 @@ class PeerFaultsTest(unittest.TestCase):
         self.expect_observation("Afterwards")
         with Stopped(process_of("org.freedesktop.DBus")):
             began = time.monotonic()
-            self.program.process.terminate()
-            self.assertEqual(self.program.process.wait(60), 0)
+            self.observer.process.terminate()
+            self.assertEqual(self.observer.process.wait(60), 0)
             took = time.monotonic() - began
         print(f"ended in {took:.1f} s beside a bus that hangs")
         self.assertLess(took, 3)
@@ -189,9 +175,9 @@ class PeerFaultsTest(unittest.TestCase):
             self.expect_observation("Without a bus")
             took = time.monotonic() - began
         print(f"observes {took:.1f} s after a start beside a bus that hangs")
-        self.assertIn("the session bus doesn't answer", self.program.log.read_text())
+        self.assertIn("the session bus doesn't answer", self.log())
         self.expect_observation("Once it goes on")
-        self.assertEqual(self.program.stop(), 0)
+        self.assertEqual(self.observer.stop(), 0)
 
     def test_a_message_bus_that_dies(self):
         with tempfile.NamedTemporaryFile() as address:
@@ -201,29 +187,26 @@ class PeerFaultsTest(unittest.TestCase):
             self.addCleanup(bus.kill)
             place = pathlib.Path(address.name)
             wait_until(lambda: place.read_text().endswith("\n"), what="the bus's address")
-            with unittest.mock.patch.dict(os.environ,
-                                          DBUS_SESSION_BUS_ADDRESS=place.read_text().strip()):
-                self.launch()
+            self.launch(DBUS_SESSION_BUS_ADDRESS=place.read_text().strip())
         self.expect_observation("Before its death")
         bus.kill()
         bus.wait()
         self.expect_observation("After its death")
         began = time.monotonic()
-        self.assertEqual(self.program.stop(), 0)
+        self.assertEqual(self.observer.stop(), 0)
         self.assertLess(time.monotonic() - began, 3)
 
     def test_a_second_start_beside_one_that_hangs(self):
         self.launch()
         self.expect_observation("Before")
-        with Stopped(self.program.process.pid):
+        with Stopped(self.observer.process.pid):
             began = time.monotonic()
-            second = subprocess.run([PROGRAM], env=environment_for(self.folder), timeout=PATIENCE,
-                                    capture_output=True, text=True, check=False)
+            second = self.start_again()
             took = time.monotonic() - began
         self.assertEqual(second.returncode, 0)
         self.assertIn("Mnemora runs already but doesn't answer", second.stderr)
         self.assertLess(took, 8)
-        self.assertEqual(self.program.stop(), 0)
+        self.assertEqual(self.observer.stop(), 0)
 
 
 if __name__ == "__main__":

@@ -3,53 +3,38 @@
 Usage: real_windows_test.py PROGRAM, inside a desktop session. A window that nobody raises is there
 too: it must never be noted.
 """
-import pathlib
 import stat
 import sys
-import tempfile
 import time
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
-from observer import Observer
-from windows import TextWindow
+from running import ProgramTest
 
-PROGRAM = sys.argv[1]
 MAIL, NOTES = "Inbox — Offer for the kitchen", "Notes: 山の旅 & <b>plans</b>"
 PRIVATE, BEHIND = "Password reset — Example", "Never in front"
 
 
-class RealWindowsTest(unittest.TestCase):
-    def open(self, title, text, place):
-        window = TextWindow(title, text, place)
-        self.addCleanup(window.close)
-        return window
-
+class RealWindowsTest(ProgramTest):
     def test_keeps_the_title_of_each_window_that_came_to_the_front(self):
-        with tempfile.TemporaryDirectory(prefix="mnemora-desktop.") as name:
-            folder = pathlib.Path(name)
-            self.open(BEHIND, "Nobody looks here.", "+600+400")
-            private = self.open(PRIVATE, "Your code is 118 023.", "+200+200")
-            notes = self.open(NOTES, "Hut is booked.", "+120+120")
-            mail = self.open(MAIL, "The oak worktop would be 1,240 EUR.", "+40+40")
-            mail.bring_to_front()
-            observer = Observer(PROGRAM, folder)
-            try:
-                for window in (mail, notes):
-                    window.bring_to_front()
-                    observer.wait_for_title(window.title)
-                # Back to the first for longer than the pace of sampling: a repeat, not kept again.
-                mail.bring_to_front()
-                time.sleep(7)
-                private.bring_to_front()
-                observer.wait_for_title(private.title)
-                events = observer.events()
-            finally:
-                status = observer.stop()
-            self.look_at(events, observer)
-            self.assertEqual(status, 0, observer.log.read_text())
-            self.assertEqual(stat.S_IMODE(observer.database.stat().st_mode), 0o600)
-            self.assertEqual(stat.S_IMODE(observer.database.parent.stat().st_mode), 0o700)
+        self.window(BEHIND, "Nobody looks here.", "+600+400")
+        private = self.window(PRIVATE, "Your code is 118 023.", "+200+200")
+        notes = self.window(NOTES, "Hut is booked.", "+120+120")
+        mail = self.window(MAIL, "The oak worktop would be 1,240 EUR.", "+40+40")
+        mail.bring_to_front()
+        observer = self.launch()
+        for window in (mail, notes):
+            window.bring_to_front()
+            observer.wait_for_title(window.title)
+        # Back to the first for longer than the pace of sampling: a repeat, not kept again.
+        mail.bring_to_front()
+        time.sleep(7)
+        private.bring_to_front()
+        observer.wait_for_title(private.title)
+        events = observer.events()
+        self.assertEqual(observer.stop(), 0, self.log())
+        self.look_at(events, observer)
+        self.assertEqual(stat.S_IMODE(observer.database.stat().st_mode), 0o600)
+        self.assertEqual(stat.S_IMODE(observer.database.parent.stat().st_mode), 0o700)
 
     def look_at(self, events, observer):
         self.assertEqual([event["title"] for event in events], [MAIL, NOTES, PRIVATE])

@@ -8,17 +8,15 @@ import pathlib
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(ROOT / "scripts" / "session"), str(ROOT / "tests" / "Trust")]
+sys.path.append(str(ROOT / "tests" / "Trust"))
+from running import ProgramTest, wait_until
 import traced
-from observer import Observer
-from windows import TextWindow, wait_until, xdotool
+from windows import xdotool
 
-PROGRAM = sys.argv[1]
 PATIENCE = 60  # loading the weights included
 STARTED = "[mnemora] meeting recording started (on-device)"
 
@@ -28,18 +26,13 @@ def geometry(window):
     return {name: int(value) for name, value in (line.split("=") for line in lines)}
 
 
-class RecordingTest(unittest.TestCase):
+class RecordingTest(ProgramTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-        self.desk = TextWindow("Notes", "Nothing much.")
-        self.addCleanup(self.desk.close)
+        super().setUp()
+        self.desk = self.window("Notes")
 
     def start(self, *tracer):
-        self.program = Observer([*tracer, PROGRAM], self.folder)
-        self.addCleanup(self.program.stop)
-        self.program.wait_for_title("Notes")
+        self.launch(*tracer).wait_for_title("Notes")
 
     def start_traced(self):
         """To be looked at for sockets at the end, where processes can be traced."""
@@ -50,8 +43,7 @@ class RecordingTest(unittest.TestCase):
         return self.start(*traced.strace(trace, "socket"))
 
     def call(self):
-        window = TextWindow("Weekly call", "Three people.", "+80+200", window_class="zoom")
-        self.addCleanup(window.close)
+        window = self.window("Weekly call", "Three people.", "+80+200", window_class="zoom")
         window.bring_to_front()
         return window
 
@@ -69,7 +61,7 @@ class RecordingTest(unittest.TestCase):
         xdotool("mousemove", "--sync", "--window", panel, str(size["WIDTH"] - 45),
                 str(size["HEIGHT"] - 28))
         xdotool("click", "1")
-        wait_until(lambda: STARTED in self.program.log.read_text(), what="the recording's start")
+        self.wait_for_log(STARTED)
         wait_until(lambda: not self.panel(), what="the panel's end")
         wait_until(lambda: self.our_streams() == 2, what="both sides' sound")
 
@@ -90,7 +82,7 @@ class RecordingTest(unittest.TestCase):
                        timeout=PATIENCE)
 
     def said_by(self, person):
-        return " ".join(event["body"].lower() for event in self.program.events()
+        return " ".join(event["body"].lower() for event in self.observer.events()
                         if event["kind"] == "meeting" and event["person"] == person)
 
     def test_a_consent_click_records_each_side_under_its_own_name(self):
@@ -109,16 +101,16 @@ class RecordingTest(unittest.TestCase):
         wait_until(lambda: "thursday" in self.said_by("Them"), PATIENCE, "the other's words")
         self.assertNotIn("meeting", self.said_by("You"))
         self.assertNotIn("garden", self.said_by("Them"))
-        event = next(event for event in self.program.events() if event["kind"] == "meeting")
+        event = next(event for event in self.observer.events() if event["kind"] == "meeting")
         self.assertEqual((event["source"], event["app"]), ("audio", "Meeting"))
         self.assertTrue(event["title"].startswith("Meeting · "))
 
         self.desk.bring_to_front()
         call.bring_to_front()  # no second offer while recording
         self.assertIsNone(self.panel())
-        children = self.program.children()
+        children = self.observer.children()
         began = time.monotonic()
-        self.assertEqual(self.program.stop(), 0)
+        self.assertEqual(self.observer.stop(), 0)
         self.assertLess(time.monotonic() - began, 1)
         wait_until(lambda: not any(pathlib.Path(f"/proc/{child}").exists() for child in children),
                    what="the end of the children")
@@ -128,7 +120,7 @@ class RecordingTest(unittest.TestCase):
         self.start_traced()
         self.call()
         self.press_record()
-        held = [self.program.process.pid, *self.program.children()]
+        held = [self.observer.process.pid, *self.observer.children()]
         for signal_number in (signal.SIGSTOP, signal.SIGCONT):
             for pid in held:
                 os.kill(pid, signal_number)
@@ -143,7 +135,7 @@ class RecordingTest(unittest.TestCase):
         wait_until(lambda: self.our_streams() == 2, what="both sides' sound again")
         self.play("MicFeed", self.voice("slt", "The garden is full of yellow flowers this morning."))
         wait_until(lambda: "flowers" in self.said_by("You"), PATIENCE, "words after the restart")
-        self.assertEqual(self.program.log.read_text().count(STARTED), 1)
+        self.assertEqual(self.log().count(STARTED), 1)
 
 
 if __name__ == "__main__":

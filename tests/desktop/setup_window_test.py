@@ -7,15 +7,12 @@ import os
 import pathlib
 import subprocess
 import sys
-import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from running import PATIENCE, ProgramTest, wait_until
 from accessible_program import AccessibleProgram
-from observer import Observer, environment_for
-from windows import PATIENCE, wait_until, xdotool
+from windows import xdotool
 
-PROGRAM = sys.argv[1]
 TITLES_GRANTED = "Granted — knows which app & window you're in."
 TITLES_MISSING = "Reads the active window title for context (Accessibility)."
 
@@ -49,18 +46,15 @@ def press(identifier, *keys):
         xdotool("key", key)
 
 
-class SetupWindowTest(unittest.TestCase):
+class SetupWindowTest(ProgramTest):
     def setUp(self):
         # The toolkit shows its windows on the accessibility bus even when that is switched on
         # after the program has started.
         os.environ["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1"
-        folder = tempfile.TemporaryDirectory(prefix="mnemora-setup.")
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
+        super().setUp()
         self.configuration = self.folder / "config"
         (self.configuration / "chromium").mkdir(parents=True)  # this user has used Chromium
-        self.observer = Observer(PROGRAM, pathlib.Path(folder.name))
-        self.addCleanup(self.observer.stop)
+        self.launch()
         self.program = AccessibleProgram(self.observer.process.pid)
 
     def extension_files(self):
@@ -102,8 +96,7 @@ class SetupWindowTest(unittest.TestCase):
             switch("IsEnabled", value)
             wait_until(lambda: any(name == detail for _, name, _ in self.program.objects()),
                        what=f"'{detail}' while hidden")
-        subprocess.run([PROGRAM], env=environment_for(self.folder), check=True, timeout=PATIENCE,
-                       stderr=subprocess.DEVNULL)
+        self.assertEqual(self.start_again().returncode, 0)
         self.program.click("Setup & Permissions…")
         wait_until(lambda: self.program.shows(TITLES_GRANTED), what="the window's return")
         wait_until(lambda: self.place(window("Welcome to Mnemora")) == place, what="its old place")

@@ -4,49 +4,30 @@ Usage: status_menu_test.py PROGRAM Tray|Bus, inside a desktop session, for Tray 
 and the accessibility bus.
 """
 import itertools
-import pathlib
 import subprocess
 import sys
-import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts" / "session"))
+from running import PATIENCE, PROGRAM, ProgramTest, environment_for, wait_until
 from accessible_program import Atspi, GLib
-from observer import Observer, environment_for
 from status_panel import StatusPanel
-from windows import PATIENCE, TextWindow, wait_until, xdotool
+from windows import xdotool
 
-PROGRAM, AREA = sys.argv[1:3]
+AREA = sys.argv[2]
 COMMANDS = ["🔴  Record meeting (on-device)", "Meetings…", "Setup & Permissions…", "Quit Mnemora"]
 
 
-class StatusTest(unittest.TestCase):
+class StatusTest(ProgramTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-        self.window = TextWindow("A & b_c", "Nothing much.")
-        self.addCleanup(self.window.close)
-
-    def launch(self):
-        self.program = Observer(PROGRAM, self.folder)
-        self.addCleanup(self.program.stop)
+        super().setUp()
+        self.window("A & b_c")
 
     def panel(self, **options):
-        panel = StatusPanel(**options)
-        self.addCleanup(panel.close)
-        return panel
-
-    def wait_for_log(self, text):
-        wait_until(lambda: text in self.program.log.read_text(), what=f"'{text}' in the log")
+        return self.started(StatusPanel(**options))
 
     def expect_end(self):
         """The program ends by itself; bench/shell.py tells how soon."""
-        self.assertEqual(self.program.process.wait(PATIENCE), 0)
-
-    def start_again(self):
-        return subprocess.run([PROGRAM], env=environment_for(self.folder), capture_output=True,
-                              text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(self.observer.process.wait(PATIENCE), 0)
 
     @staticmethod
     def name_in_front():
@@ -74,17 +55,15 @@ class BusTest(StatusTest):
         self.assertTrue(panel.property("ItemIsMenu"))
         sizes = {(width, height) for width, height, _ in panel.property("IconPixmap")}
         self.assertLessEqual({(16, 16), (22, 22), (44, 44)}, sizes)
-        self.program.wait_for_title("A & b_c")
+        self.observer.wait_for_title("A & b_c")
         changed, texts = panel.open_menu()
         self.assertEqual(texts[1:], ["1 memories today", "-", "RECENT", "  XTerm — A & b__c", "-"]
                          + COMMANDS)
         former_quit = panel.find("Quit")
         self.assertEqual(former_quit[1]["shortcut"], [["Control", "q"]])
         self.assertFalse(panel.open_menu()[0])
-        other = TextWindow("Another", "Else.", "+80+80")
-        self.addCleanup(other.close)
-        other.bring_to_front()
-        self.program.wait_for_title("Another")
+        self.window("Another", "Else.", "+80+80").bring_to_front()
+        self.observer.wait_for_title("Another")
         changed, texts = panel.open_menu()
         self.assertTrue(changed)
         self.assertEqual(texts[4], "  XTerm — Another")
@@ -104,7 +83,7 @@ class BusTest(StatusTest):
         second.wait_for_item()
         second.say_shows(True)
         second.open_menu()
-        self.assertEqual(self.program.log.read_text().count("no status area"), 1)
+        self.assertEqual(self.log().count("no status area"), 1)
 
     def test_the_icon_appears_in_an_older_tray_that_comes_late(self):
         self.launch()
@@ -117,11 +96,11 @@ class BusTest(StatusTest):
             finally:
                 tray.terminate()
                 tray.wait(PATIENCE)
-        self.assertEqual(self.program.stop(), 0)
+        self.assertEqual(self.observer.stop(), 0)
 
     def test_a_second_start_opens_the_menu_of_the_first(self):
         self.launch()
-        self.program.wait_for_title("A & b_c")
+        self.observer.wait_for_title("A & b_c")
         again = self.start_again()
         self.assertEqual((again.returncode, again.stdout), (0, ""))
         self.assertIn("[mnemora] Mnemora runs already and shows its menu\n", again.stderr)
@@ -137,7 +116,7 @@ class BusTest(StatusTest):
     def test_a_start_waits_for_one_that_is_ending(self):
         self.launch()
         self.wait_for_log("capture started")
-        former = self.program
+        former = self.observer
         following = subprocess.Popen([PROGRAM], env=environment_for(self.folder),
                                      stderr=subprocess.PIPE, text=True)
         self.addCleanup(following.stderr.close)
@@ -195,7 +174,7 @@ class TrayTest(StatusTest):
 
     def test_either_button_opens_the_menu_and_its_keys_work(self):
         self.launch()
-        self.program.wait_for_title("A & b_c")
+        self.observer.wait_for_title("A & b_c")
         self.open_menu("3")
         xdotool("key", "Escape")
         wait_until(lambda: not self.windows(), what="the menu's end")

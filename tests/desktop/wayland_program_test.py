@@ -6,23 +6,18 @@ NoServer without an X server. Restart leaves nothing of the session.
 import os
 import pathlib
 import signal
-import subprocess
 import sys
 import unittest
 
 from capture import CaptureTest, Started
-from observer import environment_for
 from status_panel import StatusPanel
 from wayland import bring_to_front, chromium, focused, foot, windows
 from windows import PATIENCE, wait_until, xdotool
 
-CaptureTest.program, SESSION = sys.argv[1:3]
+SESSION = sys.argv[2]
 
 
 class WaylandTest(CaptureTest):
-    def log(self):
-        return self.observer.log.read_text()
-
     def noted_in_front(self, title):
         """The event of this window, kept in front against what else is just starting."""
         def noted():
@@ -30,9 +25,6 @@ class WaylandTest(CaptureTest):
             return next((event for event in self.observer.events()
                          if title in (event["title"] or "")), None)
         return wait_until(noted, PATIENCE * 3, f"an event titled {title}")
-
-    def wait_for_log(self, text):
-        wait_until(lambda: text in self.log(), what=f"'{text}' in the log")
 
 
 @unittest.skipUnless(SESSION == "Server", "another session")
@@ -88,8 +80,7 @@ class WithoutServerTest(WaylandTest):
                           "and cards aren't shown")
         self.started(foot("Native notes", ""))
         self.noted_in_front("Native notes")
-        again = subprocess.run([self.program], env=environment_for(self.observer.log.parent),
-                               capture_output=True, text=True, timeout=PATIENCE, check=False)
+        again = self.start_again()
         self.assertEqual(again.returncode, 0, again.stderr)
         wait_until(lambda: [w for w in windows() if w["app_id"] == "app.mnemora.Mnemora" and
                             w["name"] == "Mnemora"], what="the menu's window")

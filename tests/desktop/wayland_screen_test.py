@@ -5,37 +5,24 @@ start the desktop's portal.
 """
 import json
 import os
-import pathlib
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
 import screen_portal
 import wayland
 from accessible_program import AccessibleProgram
-from capture import PATIENCE, Started
-from observer import Observer
-from windows import wait_until
+from capture import PATIENCE
+from running import ProgramTest, wait_until
 
-PROGRAM, WITHOUT_GRAPHICS_CARD = sys.argv[1:3]
+WITHOUT_GRAPHICS_CARD = sys.argv[2]
 
 
-class ScreenTest(unittest.TestCase):
+class ScreenTest(ProgramTest):
     def setUp(self):
         os.environ["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1"
-        self.folder = pathlib.Path(self.enterContext(
-            tempfile.TemporaryDirectory(prefix="mnemora-screen.")))
-
-    def started(self, thing):
-        self.addCleanup(thing.close)
-        return thing
-
-    def run_program(self):
-        observer = Observer(PROGRAM, self.folder)
-        self.addCleanup(lambda: observer.process.poll() is None and observer.stop())
-        return observer
+        super().setUp()
 
     def assert_reads(self, observer, title, text, words):
         window = self.started(wayland.foot(title, text))
@@ -50,7 +37,7 @@ class CompositorTest(ScreenTest):
     """No PipeWire runs, so the portal has no screen cast and the compositor is asked itself."""
 
     def test_reads_the_screen_but_nothing_beside_a_withheld_window(self):
-        observer = self.run_program()
+        observer = self.launch()
         self.assert_reads(observer, "Shopping", "Walnut shelves and brass hinges", "walnut shelves")
         self.assertIn("wlr-screencopy", observer.log.read_text())
         hidden = self.started(wayland.chromium("Secret page", "Quarzfelsen", private=True))
@@ -79,7 +66,7 @@ class PortalTest(ScreenTest):
         return json.loads(file.read_text()).get("screen.restoreToken") if file.exists() else None
 
     def test_reads_the_screen_from_the_grant_on(self):
-        observer = self.run_program()
+        observer = self.launch()
         program = AccessibleProgram(observer.process.pid)
         self.started(wayland.foot("Before", "Nobody was asked for this"))
         wayland.bring_to_front("Before")
@@ -95,7 +82,7 @@ class PortalTest(ScreenTest):
         self.assertEqual(observer.stop(), 0, observer.log.read_text())
         if not first:
             self.skipTest("this backend gives no token")
-        again = self.run_program()
+        again = self.launch()
         self.assert_reads(again, "Again", "A kettle on the stove", "kettle on the stove")
         self.assertTrue(self.token())  # the same or another, as the portal likes
 
