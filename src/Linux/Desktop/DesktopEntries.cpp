@@ -5,16 +5,31 @@
 #include "Text/Encoding.h"
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <gio/gdesktopappinfo.h>
+#include <pthread.h>
 #include <string_view>
 #include <system_error>
+#include <thread>
+#include <utility>
 
 namespace mnemora::desktop {
 namespace {
 
 namespace fs = std::filesystem;
+using Steady = std::chrono::steady_clock;
+
+// Who installs much or writes without end costs a tenth of a processor at most.
+constexpr auto shortestRest = std::chrono::seconds(1);
+constexpr int restsPerReading = 10;
+constexpr Steady::duration longestRest = std::chrono::seconds(30);
+// GIO tells of no change where it hasn't read, so whether a trap has gone is looked at.
+constexpr auto restAtTrap = std::chrono::seconds(5);
+// As long as the first application isn't named wrongly because a disk is slow.
+constexpr auto patienceAtStart = std::chrono::milliseconds(1500);
 
 std::string textOf(const char* text) {
     return text == nullptr ? std::string() : cleanText(text);
@@ -47,9 +62,13 @@ bool isTrap(const fs::directory_entry& file) {
     return !error && size > mostBytes;
 }
 
-/// The first such file where GIO, which opens whatever it finds, looks for entries.
+/// The first such file where GIO, which opens whatever it finds, looks for entries; the folder
+/// itself where it holds more than any system's; a folder below it that is deeper than any, as
+/// where a link leads back: GIO follows two of those for ever.
 std::optional<fs::path> trapBelow(const fs::path& folder) {
     constexpr int deepest = 8;
+    constexpr int mostFiles = 50'000;
+    int files = 0;
     constexpr auto options = fs::directory_options::follow_directory_symlink |
                              fs::directory_options::skip_permission_denied;
     std::error_code error;
@@ -57,8 +76,10 @@ std::optional<fs::path> trapBelow(const fs::path& folder) {
          at.increment(error)) {
         if (isTrap(*at))
             return at->path();
-        if (at.depth() >= deepest)
-            at.disable_recursion_pending();
+        if (++files > mostFiles)
+            return folder;
+        if (at.depth() >= deepest && at->is_directory(error))
+            return at->path();
     }
     return std::nullopt;
 }
@@ -103,18 +124,51 @@ DesktopEntry desktopEntryOf(GDesktopAppInfo* info) {
 }
 
 struct DesktopEntries::Shared {
-    mutable std::mutex mutex;
+    std::mutex mutex;
+    std::condition_variable changed;
     // Guarded by mutex.
     std::shared_ptr<const EntryIndex> index =
         std::make_shared<const EntryIndex>(std::vector<DesktopEntry>());
+    bool isOutdated = true;
+    bool isRead = false; // or tried to be
+    bool isOver = false;
+    std::optional<fs::path> trap; // the reading thread only
 
     /// Keeps what is known where reading might not end.
-    void reload() {
-        if (const auto trap = trapAmongEntries())
-            return logError("desktop entries stay unread because of " + trap->string());
-        auto fresh = std::make_shared<const EntryIndex>(installedEntries());
+    void read() {
+        auto former = std::exchange(trap, trapAmongEntries());
+        if (trap && trap != former)
+            logError("desktop entries stay unread because of " + trap->string());
+        auto fresh = trap ? nullptr : std::make_shared<const EntryIndex>(installedEntries());
         const std::lock_guard lock(mutex);
-        index = std::move(fresh);
+        if (fresh)
+            index = std::move(fresh);
+        isRead = true;
+        changed.notify_all();
+    }
+
+    /// Reads whenever the entries have changed, after a rest.
+    void follow() {
+        std::unique_lock lock(mutex);
+        const auto isEnding = [this] { return isOver; };
+        while (changed.wait(lock, [this] { return isOutdated || isOver; }), !isOver) {
+            isOutdated = false;
+            lock.unlock();
+            const auto began = Steady::now();
+            read();
+            const Steady::duration shortest = trap ? restAtTrap : shortestRest;
+            const auto rest =
+                std::clamp(restsPerReading * (Steady::now() - began), shortest, longestRest);
+            lock.lock();
+            changed.wait_for(lock, rest, isEnding);
+            isOutdated = isOutdated || trap;
+        }
+    }
+
+    void set(bool Shared::*what) {
+        const std::lock_guard lock(mutex);
+        this->*what = true;
+        changed.notify_all();
     }
 };
 
@@ -127,7 +181,7 @@ struct DesktopEntries::Monitor {
         : monitor(g_app_info_monitor_get()), shared(std::move(target)) {
         handler = g_signal_connect(monitor.get(), "changed",
                                    G_CALLBACK(+[](GAppInfoMonitor*, gpointer data) {
-                                       static_cast<Shared*>(data)->reload();
+                                       static_cast<Shared*>(data)->set(&Shared::isOutdated);
                                    }),
                                    shared.get());
     }
@@ -139,10 +193,22 @@ struct DesktopEntries::Monitor {
 DesktopEntries::DesktopEntries(GLibThread& thread)
     : thread_(thread), shared_(std::make_shared<Shared>()) {
     thread_.invokeAndWait([&] { monitor_ = std::make_unique<Monitor>(shared_); });
-    shared_->reload();
+    try {
+        // Nobody waits for its end: a disk may keep it.
+        std::thread([shared = shared_] {
+            pthread_setname_np(pthread_self(), "desktop-entries");
+            shared->follow();
+        }).detach();
+    } catch (const std::system_error&) {
+        logError("desktop entries stay unread: no thread is left");
+        return;
+    }
+    std::unique_lock lock(shared_->mutex);
+    shared_->changed.wait_for(lock, patienceAtStart, [this] { return shared_->isRead; });
 }
 
 DesktopEntries::~DesktopEntries() {
+    shared_->set(&Shared::isOver);
     thread_.invokeAndWait([&] { monitor_.reset(); });
 }
 

@@ -59,11 +59,13 @@ class EntryIndex : public EntrySource {
     Map byIdentifier_, byClass_, byLastPart_, byProgram_;
 };
 
-/// The entries installed for this user, read when it is made and again whenever they change.
+/// The entries installed for this user, read when it is made and again whenever they change, on a
+/// thread of its own that rests after each reading: a change is known after a second, or ten times
+/// what reading takes.
 class DesktopEntries : public EntrySource {
   public:
-    /// Reads the entries at once (some ten milliseconds), then listens on `thread`, which
-    /// outlives it.
+    /// Waits for the first reading (some ten milliseconds), at most 1.5 s; until it is over nothing
+    /// is found. Listens on `thread`, which outlives it.
     explicit DesktopEntries(GLibThread& thread);
     ~DesktopEntries() override;
     DesktopEntries(const DesktopEntries&) = delete;
