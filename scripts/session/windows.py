@@ -19,8 +19,13 @@ def wait_until(condition, seconds=PATIENCE, what="the condition"):
 
 def xdotool(*arguments):
     """What xdotool prints; empty when it found nothing or failed."""
-    answer = subprocess.run(["xdotool", *arguments], capture_output=True, text=True, check=False,
-                            timeout=PATIENCE)
+    def run():
+        return subprocess.run(["xdotool", *arguments], capture_output=True, text=True, check=False,
+                              timeout=PATIENCE)
+    answer = run()
+    # A search fails as a whole when any window goes while it looks: that isn't "none".
+    while arguments[0] == "search" and "X Error" in answer.stderr:
+        answer = run()
     return answer.stdout.strip() if answer.returncode == 0 else ""
 
 
