@@ -5,12 +5,31 @@
 #include "Linux/X11/FrontWindowWatcher.h"
 
 #include <cstring>
+#include <mutex>
 #include <unistd.h>
 
 namespace mnemora::desktop {
+namespace {
+
+/// One that no window of ours had. The server gives the numbers of a connection that ended to the
+/// next one, and a window manager may go on naming a window that went as the active one: a new
+/// window of that number would be in front before the manager has seen it.
+xcb_window_t newNumber(xcb_connection_t* connection) {
+    static std::mutex mutex;
+    static std::uint32_t highest = 0; // guarded by mutex
+    const std::lock_guard lock(mutex);
+    const auto mask = xcb_get_setup(connection)->resource_id_mask;
+    auto number = xcb_generate_id(connection);
+    while ((number & mask) <= highest)
+        number = xcb_generate_id(connection);
+    highest = number & mask;
+    return number;
+}
+
+} // namespace
 
 OwnWindow::OwnWindow(xcb_connection_t* connection, const Marks& marks)
-    : connection_(connection), window_(xcb_generate_id(connection)) {
+    : connection_(connection), window_(newNumber(connection)) {
     const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data;
     const bool covers = marks.coversScreen;
     const std::uint16_t width = covers ? screen->width_in_pixels : 300;

@@ -55,9 +55,11 @@ std::optional<DisplayState> FrontWindowWatcher::read(std::chrono::milliseconds p
     const std::uint64_t ticket = ++asked_;
     wanted_.clients = wanted_.clients || wanted.clients;
     wanted_.stack = wanted_.stack || wanted.stack;
+    stackAwaited_ += wanted.stack ? 1 : 0;
     wake();
     const bool inTime =
         served_.wait_for(lock, patience, [&] { return answered_ >= ticket || gone_; });
+    stackAwaited_ -= wanted.stack ? 1 : 0;
     if (!inTime || gone_)
         return std::nullopt;
     return last_;
@@ -99,6 +101,9 @@ bool FrontWindowWatcher::serve() {
         state = DisplayState();
     else if (!wanted.clients)
         state.clients = last_.clients;
+    // Who asked for the stack may not have woken yet, and would find it overwritten.
+    if (isAlive && !wanted.stack && stackAwaited_ > 0)
+        state.stack = last_.stack;
     if (changed || isAsked || isRetitled || !isAlive) {
         keepFormerTitles(state);
         last_ = std::move(state);

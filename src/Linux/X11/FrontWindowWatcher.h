@@ -64,6 +64,7 @@ class FrontWindowWatcher final : public desktop::WindowSource {
     std::uint64_t asked_ = 0;    // guarded by mutex_
     std::uint64_t answered_ = 0; // guarded by mutex_
     desktop::Wanted wanted_;     // guarded by mutex_
+    int stackAwaited_ = 0;       // guarded by mutex_: askers in read() that want the stack
     bool gone_ = false;          // guarded by mutex_
     bool ending_ = false;        // guarded by mutex_
     std::thread thread_;         // last: it uses all of the above
