@@ -35,7 +35,8 @@ bool playsIntoEars(const pa_sink_info& sink) {
 DeviceCapture::DeviceCapture(CaptureRequest request) : request_(std::move(request)) {
     connection_ = ServerConnection::open(
         {.facts = [this](auto& server, const auto& facts) { followDefaults(server, facts); },
-         .lost = [this](const std::string& reason) { unavailable(reason); }});
+         .lost = [this](const std::string& reason) { unavailable(reason); },
+         .renewed = [this] { close(); }});
     if (!connection_)
         settle("no thread for sound");
 }

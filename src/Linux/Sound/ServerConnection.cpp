@@ -1,5 +1,6 @@
 #include "Linux/Sound/ServerConnection.h"
 
+#include <string_view>
 #include <utility>
 
 namespace mnemora::pulse {
@@ -8,6 +9,13 @@ namespace {
 /// Between attempts to connect or to open a device: short enough that a restarted server costs
 /// a few words only, long enough to cost nothing where there is none.
 constexpr pa_usec_t pauseMicroseconds = 500'000;
+
+// PipeWire (0.3.65) tells a change of the default devices to nobody but a client that connects at
+// that moment, when there is one: a connection then goes on with the old ones for good, whatever it
+// asks. A new connection is told the truth. Devices mostly change when one comes or goes.
+constexpr pa_usec_t checkAfterEvent = 1'000'000;
+constexpr pa_usec_t checkAnyway = 10'000'000;
+constexpr pa_usec_t patienceOfCheck = 3'000'000;
 
 PropertiesHandle clientProperties() {
     PropertiesHandle properties(pa_proplist_new());
@@ -39,6 +47,9 @@ ServerConnection::~ServerConnection() {
         return;
     stop();
     cancelWaiting();
+    if (nextCheck_ != nullptr)
+        pa_threaded_mainloop_get_api(loop_.get())->time_free(nextCheck_);
+    second_.reset();
     context_.reset();
 }
 
@@ -92,9 +103,17 @@ void ServerConnection::refresh() {
     const auto answer = [](pa_context*, const pa_server_info* facts, void* self) {
         auto& connection = *static_cast<ServerConnection*>(self);
         if (facts != nullptr)
-            connection.events_.facts(connection, *facts);
+            connection.told(*facts);
     };
     forget(pa_context_get_server_info(context_.get(), answer, this));
+}
+
+void ServerConnection::told(const pa_server_info& facts) {
+    told_ = Defaults::of(facts);
+    const std::string_view server = facts.server_name != nullptr ? facts.server_name : "";
+    if (server.find("PipeWire") != std::string_view::npos && !second_)
+        checkIn(checkAfterEvent, &ServerConnection::beginCheck);
+    events_.facts(*this, facts);
 }
 
 bool ServerConnection::isLoopThread() const {
@@ -125,6 +144,62 @@ void ServerConnection::later(void (ServerConnection::*step)()) {
 void ServerConnection::cancelWaiting() {
     if (waiting_ != nullptr)
         pa_threaded_mainloop_get_api(loop_.get())->time_free(std::exchange(waiting_, nullptr));
+}
+
+ServerConnection::Defaults ServerConnection::Defaults::of(const pa_server_info& facts) {
+    const auto text = [](const char* name) { return std::string(name != nullptr ? name : ""); };
+    return {text(facts.default_source_name), text(facts.default_sink_name)};
+}
+
+void ServerConnection::beginCheck() {
+    checkIn(patienceOfCheck, &ServerConnection::endCheck);
+    heard_.reset();
+    second_.reset(pa_context_new_with_proplist(pa_threaded_mainloop_get_api(loop_.get()), nullptr,
+                                               clientProperties().get()));
+    if (!second_)
+        return;
+    const auto changed = [](pa_context* second, void* self) {
+        const auto answer = [](pa_context*, const pa_server_info* facts, void* checking) {
+            static_cast<ServerConnection*>(checking)->checkAnswered(facts);
+        };
+        if (pa_context_get_state(second) == PA_CONTEXT_READY)
+            forget(pa_context_get_server_info(second, answer, self));
+    };
+    pa_context_set_state_callback(second_.get(), changed, this);
+    pa_context_connect(second_.get(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr);
+}
+
+// A context's own callback is no place to let it go.
+void ServerConnection::checkAnswered(const pa_server_info* facts) {
+    if (facts != nullptr)
+        heard_ = Defaults::of(*facts);
+    checkIn(0, &ServerConnection::endCheck);
+}
+
+void ServerConnection::endCheck() {
+    second_.reset();
+    // A change that is still under way would differ once.
+    const bool differs = heard_ && *heard_ != told_;
+    const bool isMissed = differs && std::exchange(differed_, differs);
+    differed_ = differs && !isMissed;
+    if (isMissed && waiting_ == nullptr) {
+        if (events_.renewed)
+            events_.renewed();
+        connect();
+    }
+    checkIn(differs ? checkAfterEvent : checkAnyway, &ServerConnection::beginCheck);
+}
+
+void ServerConnection::checkIn(pa_usec_t microseconds, void (ServerConnection::*step)()) {
+    checkStep_ = step;
+    if (nextCheck_ != nullptr)
+        pa_threaded_mainloop_get_api(loop_.get())->time_free(nextCheck_);
+    const auto due = [](pa_mainloop_api* api, pa_time_event*, const timeval*, void* data) {
+        auto& self = *static_cast<ServerConnection*>(data);
+        api->time_free(std::exchange(self.nextCheck_, nullptr));
+        (self.*self.checkStep_)();
+    };
+    nextCheck_ = pa_context_rttime_new(context_.get(), pa_rtclock_now() + microseconds, due, this);
 }
 
 std::string ServerConnection::reason() const {

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace mnemora::pulse {
@@ -25,6 +26,8 @@ class ServerConnection {
         /// The connection ended, or an attempt failed; another one follows by itself. What belongs
         /// to context() is to be let go.
         std::function<void(const std::string& reason)> lost;
+        /// The same, but the server is well: this connection had missed a change.
+        std::function<void()> renewed = {};
     };
 
     /// Begins to connect. Null when there is no thread to be had.
@@ -52,6 +55,12 @@ class ServerConnection {
     void ready();
     void refresh();
     void fail(const std::string& why);
+    void told(const pa_server_info& facts);
+    void beginCheck();
+    void checkAnswered(const pa_server_info* facts);
+    void endCheck();
+    /// Runs `step` of the check after that time, in place of what waits.
+    void checkIn(pa_usec_t microseconds, void (ServerConnection::*step)());
     /// Runs `step` on the loop thread after the pause between attempts, in place of what waits.
     void later(void (ServerConnection::*step)());
     void cancelWaiting();
@@ -61,6 +70,21 @@ class ServerConnection {
     ContextHandle context_;
     pa_time_event* waiting_ = nullptr;
     void (ServerConnection::*step_)() = nullptr; // what waiting_ will run
+
+    /// Names of the default devices.
+    struct Defaults {
+        std::string source;
+        std::string sink;
+        bool operator==(const Defaults&) const = default;
+        static Defaults of(const pa_server_info& facts);
+    };
+    // The check whether this connection knows what a new one is told; loop thread.
+    Defaults told_;                 // by this connection
+    std::optional<Defaults> heard_; // by the new one
+    bool differed_ = false;         // also at the last check
+    ContextHandle second_;          // during a check
+    pa_time_event* nextCheck_ = nullptr;
+    void (ServerConnection::*checkStep_)() = nullptr; // what nextCheck_ will run
 };
 
 } // namespace mnemora::pulse
