@@ -3,7 +3,7 @@ import os
 
 from gi.repository import Gio, GLib
 
-from windows import wait_until
+from windows import PATIENCE, wait_until
 
 WATCHER = "org.kde.StatusNotifierWatcher"
 ITEM = "org.kde.StatusNotifierItem"
@@ -17,7 +17,7 @@ INTERFACE = f"""<node><interface name='{WATCHER}'>
 <signal name='StatusNotifierItemRegistered'><arg type='s'/></signal>
 <signal name='StatusNotifierHostRegistered'/>
 <signal name='StatusNotifierHostUnregistered'/></interface></node>"""
-TIMEOUT = 5000  # milliseconds
+TIMEOUT = PATIENCE * 1000  # milliseconds
 
 
 class StatusPanel:
