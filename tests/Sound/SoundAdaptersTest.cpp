@@ -48,6 +48,15 @@ class SoundAdaptersTest : public testing::Test {
             return shell("pactl get-default-source") == "Mic";
         }));
     }
+    /// A second one, which hears what is played on OtherFeed; the number of its module.
+    static std::string makeOther() {
+        shell("pactl list short sinks | grep -q OtherFeed || "
+              "pactl load-module module-null-sink sink_name=OtherFeed rate=48000");
+        EXPECT_TRUE(
+            eventually([] { return !shell("pactl list short sources | grep OtherFeed").empty(); }));
+        return shell("pactl load-module module-remap-source source_name=Other "
+                     "master=OtherFeed.monitor channels=2 remix=no");
+    }
     static void unplugMicrophone() {
         shell("pactl list short modules | grep 'source_name=Mic' | cut -f1 | "
               "xargs -n1 pactl unload-module");
@@ -146,11 +155,7 @@ TEST_F(SoundAdaptersTest, AnotherMicrophoneIsFollowed) {
     const Tone user("MicFeed", low);
     EXPECT_TRUE(eventually([&] { return you.hears(low); }));
     EXPECT_EQ(you.last().origin, SoundOrigin::microphone);
-    shell("pactl load-module module-null-sink sink_name=OtherFeed rate=48000");
-    EXPECT_TRUE(
-        eventually([] { return !shell("pactl list short sources | grep OtherFeed").empty(); }));
-    const auto second = shell("pactl load-module module-remap-source source_name=Other "
-                              "master=OtherFeed.monitor channels=2 remix=no");
+    const auto second = makeOther();
     const Tone onOther("OtherFeed", other);
     EXPECT_TRUE(eventually([&] {
         shell("pactl set-default-source Other 2>&1");
@@ -165,12 +170,10 @@ TEST_F(SoundAdaptersTest, AnotherMicrophoneIsFollowed) {
 TEST_F(SoundAdaptersTest, AChangeIsFollowedWhileOtherProgramsConnect) {
     listen();
     const Tone user("MicFeed", low);
-    shell("pactl load-module module-null-sink sink_name=SecondFeed rate=48000");
-    EXPECT_TRUE(
-        eventually([] { return !shell("pactl list short sources | grep SecondFeed").empty(); }));
-    const auto second = shell("pactl load-module module-remap-source source_name=Second "
-                              "master=SecondFeed.monitor channels=1 remix=no");
-    const Tone onSecond("SecondFeed", other);
+    const auto second = makeOther();
+    EXPECT_TRUE(eventually(
+        [] { return !shell("pactl list short sources | cut -f2 | grep -x Other").empty(); }));
+    const Tone onOther("OtherFeed", other);
     {
         const auto connect = [](const std::stop_token& over) {
             while (!over.stop_requested())
@@ -179,7 +182,7 @@ TEST_F(SoundAdaptersTest, AChangeIsFollowedWhileOtherProgramsConnect) {
         const std::jthread crowd[] = {std::jthread(connect), std::jthread(connect),
                                       std::jthread(connect)};
         for (int i = 0; i < 10; ++i) {
-            shell("pactl set-default-source Second");
+            shell("pactl set-default-source Other");
             EXPECT_TRUE(eventually([&] { return you.hears(other) && !you.hears(low); }));
             shell("pactl set-default-source Mic");
             EXPECT_TRUE(eventually([&] { return you.hears(low) && !you.hears(other); }));
