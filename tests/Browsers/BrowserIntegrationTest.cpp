@@ -1,4 +1,6 @@
 #include "Linux/Browsers/BrowserIntegration.h"
+#include "fakes/ScopedVariable.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <algorithm>
 #include <fstream>
@@ -17,15 +19,8 @@ constexpr auto chromiumManifest = "config/chromium/NativeMessagingHosts/app.mnem
 class BrowserIntegrationTest : public testing::Test {
   protected:
     BrowserIntegrationTest() {
-        std::string name = "/tmp/mnemora-integration.XXXXXX";
-        folder_ = mkdtemp(name.data());
         for (const char* each : {"config/chromium", "config/google-chrome", "extension"})
             fs::create_directories(folder_ / each);
-        setenv("PATH", (folder_ / "no commands").c_str(), 1);
-    }
-    ~BrowserIntegrationTest() override {
-        setenv("PATH", path_.c_str(), 1);
-        fs::remove_all(folder_);
     }
 
     BrowserIntegration integration(char letter = 'a') {
@@ -48,8 +43,8 @@ class BrowserIntegrationTest : public testing::Test {
         return found;
     }
 
-    fs::path folder_;
-    const std::string path_ = getenv("PATH");
+    mnemora::test::TemporaryFolder folder_;
+    const mnemora::test::ScopedVariable path_{"PATH", folder_ / "no commands"};
 };
 
 std::string crxFile(char letter) {

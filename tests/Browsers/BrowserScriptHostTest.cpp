@@ -55,13 +55,6 @@ std::string state(bool focused, const std::string& address, double used) {
 
 class BrowserScriptHostTest : public testing::Test {
   protected:
-    BrowserScriptHostTest() {
-        std::string name = "/tmp/mnemora-browsers.XXXXXX";
-        folder_ = mkdtemp(name.data());
-        socket_ = folder_ / "run" / "pages.sock";
-    }
-    ~BrowserScriptHostTest() override { std::filesystem::remove_all(folder_); }
-
     /// The peers of these tests run in this very program.
     static std::filesystem::path program() { return executableOf(getpid()); }
 
@@ -84,8 +77,8 @@ class BrowserScriptHostTest : public testing::Test {
         return result;
     }
 
-    std::filesystem::path folder_;
-    std::filesystem::path socket_;
+    test::TemporaryFolder folder_;
+    const std::filesystem::path socket_ = folder_ / "run" / "pages.sock";
     std::optional<std::string> front_ = chrome;
 };
 
@@ -280,7 +273,7 @@ TEST_F(BrowserScriptHostTest, AnotherUserIsTurnedAwayTwice) {
         return WEXITSTATUS(status);
     };
     EXPECT_EQ(asNobody(), 0) << "the folder is private";
-    chmod(folder_.c_str(), 0755);
+    chmod(folder_.path().c_str(), 0755);
     chmod(socket_.parent_path().c_str(), 0755);
     chmod(socket_.c_str(), 0666);
     EXPECT_EQ(asNobody(), 1) << "the peer's user is looked at";

@@ -29,16 +29,6 @@ bool hangsUp(int socket) {
     return false;
 }
 
-bool eventually(const std::function<bool()>& condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until)
-            return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
-
 FakeExtension::FakeExtension(const std::filesystem::path& socket, const std::string& executable,
                              Answer answer)
     : socket_(connectTo(socket)) {

@@ -3,6 +3,8 @@
 
 #include "Linux/Browsers/MessageFrames.h"
 #include "Support/FileDescriptor.h"
+#include "fakes/Eventually.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <filesystem>
 #include <functional>
@@ -39,7 +41,6 @@ class FakeExtension {
     std::thread thread_;
 };
 
-/// Waits for up to ten seconds.
-bool eventually(const std::function<bool()>& condition);
+constexpr test::Eventually eventually{std::chrono::seconds(10)};
 
 } // namespace mnemora::browsers

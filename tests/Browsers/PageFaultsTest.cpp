@@ -30,8 +30,6 @@ const std::string hello = framed(R"({"hello":{"browser":"/usr/lib/chromium/chrom
 class PageFaultsTest : public testing::Test {
   protected:
     PageFaultsTest() {
-        std::string name = "/tmp/mnemora-browsers.XXXXXX";
-        folder_ = mkdtemp(name.data());
         all_ = BrowserConnections::create(folder_ / "pages.sock", executableOf(getpid()));
         good_.emplace(folder_ / "pages.sock", "/opt/brave.com/brave/brave",
                       [](const Json& request) -> std::optional<Json> {
@@ -44,7 +42,6 @@ class PageFaultsTest : public testing::Test {
     ~PageFaultsTest() override {
         good_.reset();
         all_.reset();
-        std::filesystem::remove_all(folder_);
     }
 
     /// What the main thread asks of the browser that is in order.
@@ -60,7 +57,7 @@ class PageFaultsTest : public testing::Test {
         EXPECT_EQ(answer->address, "a:");
     }
 
-    std::filesystem::path folder_;
+    test::TemporaryFolder folder_;
     std::unique_ptr<BrowserConnections> all_;
     std::optional<FakeExtension> good_;
     LongestWait longest_;

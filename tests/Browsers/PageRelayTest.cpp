@@ -19,8 +19,6 @@ namespace {
 class PageRelayTest : public testing::Test {
   protected:
     PageRelayTest() {
-        std::string name = "/tmp/mnemora-relay.XXXXXX";
-        folder_ = mkdtemp(name.data());
         std::array<int, 2> in{};
         std::array<int, 2> out{};
         EXPECT_EQ(pipe2(in.data(), O_CLOEXEC), 0);
@@ -39,7 +37,6 @@ class PageRelayTest : public testing::Test {
     ~PageRelayTest() override {
         toRelay_.reset();
         thread_.join();
-        std::filesystem::remove_all(folder_);
     }
 
     FileDescriptor accepted(const PageSocket& socket) {
@@ -67,7 +64,7 @@ class PageRelayTest : public testing::Test {
         }
     }
 
-    std::filesystem::path folder_;
+    test::TemporaryFolder folder_;
     FileDescriptor relayIn_, toRelay_, fromRelay_, relayOut_;
     FrameReader browser_{longestFromBrowser};
     std::thread thread_;

@@ -1,7 +1,7 @@
 #pragma once
 // What the model's publisher's own software answers (see make_golden.py).
 
-#include "Embedding/TemporaryFolder.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <cstdint>
 #include <nlohmann/json.hpp>

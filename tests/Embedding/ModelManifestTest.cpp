@@ -1,6 +1,6 @@
 #include "Linux/Engines/ModelManifest.h"
 
-#include "Embedding/TemporaryFolder.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "Linux/Embedding/SealedFile.h"
 
-#include "Embedding/TemporaryFolder.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -7,6 +7,7 @@
 #include "Tools/FileTranscriber.h"
 #include "fakes/CapturedStderr.h"
 #include "fakes/ProcessUse.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <QCoreApplication>
 #include <algorithm>
@@ -49,15 +50,10 @@ std::string plain(const std::string& text) {
 
 class EngineSpeechTest : public ::testing::Test {
   protected:
-    EngineSpeechTest() {
-        std::string name = (fs::temp_directory_path() / "mnemora-speech-XXXXXX").string();
-        folder = mkdtemp(name.data());
-    }
     ~EngineSpeechTest() override {
         streams.clear();
         installed.reset();
         service.reset();
-        fs::remove_all(folder);
     }
 
     void useEngine() {
@@ -111,7 +107,7 @@ class EngineSpeechTest : public ::testing::Test {
     std::unique_ptr<SpeechTask> task;
     int errors = 0;
     bool keepsOpening = true;
-    fs::path folder;
+    test::TemporaryFolder folder;
 };
 
 constexpr auto* ready = R"(printf '\000\000\000\000\001\000\000\000' >&3)";

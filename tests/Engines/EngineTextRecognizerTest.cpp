@@ -8,7 +8,9 @@
 #include "Linux/Engines/SealedPicture.h"
 #include "Support/Installation.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/Eventually.h"
 #include "fakes/ProcessUse.h"
+#include "fakes/TemporaryFolder.h"
 #include "fakes/TemporaryHome.h"
 
 #include <csignal>
@@ -32,16 +34,7 @@ using ::testing::Not;
 
 namespace fs = std::filesystem;
 
-template <class Condition>
-bool eventually(Condition condition, std::chrono::milliseconds bound = 20s) {
-    const auto deadline = std::chrono::steady_clock::now() + bound;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
+constexpr test::Eventually eventually{20s};
 
 ScreenPainter painted(const std::string& text) {
     ScreenPainter screen(QColor(245, 245, 245), 640, 320);
@@ -74,12 +67,6 @@ double privateMebibytes(pid_t pid) {
 
 class EngineTextRecognizerTest : public ::testing::Test {
   protected:
-    EngineTextRecognizerTest() {
-        std::string name = (fs::temp_directory_path() / "mnemora-engine-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-    }
-    ~EngineTextRecognizerTest() override { fs::remove_all(folder_); }
-
     /// A program in the child's place; its socket is descriptor 3.
     EngineSettings scripted(const std::string& body) {
         const auto path = folder_ / "engine";
@@ -99,7 +86,7 @@ class EngineTextRecognizerTest : public ::testing::Test {
         return count;
     }
 
-    fs::path folder_;
+    test::TemporaryFolder folder_;
 };
 
 constexpr auto* ready = R"(printf '\000\000\000\000\001\000\000\000' >&3)";

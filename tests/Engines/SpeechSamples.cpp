@@ -1,6 +1,7 @@
 #include "Engines/SpeechSamples.h"
 
 #include "Tools/FileTranscriber.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -19,18 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path recordings = "/usr/share/pocketsphinx/test/data";
-
-class TemporaryFolder {
-  public:
-    TemporaryFolder() {
-        std::string name = (fs::temp_directory_path() / "mnemora-voice-XXXXXX").string();
-        path = mkdtemp(name.data());
-    }
-    ~TemporaryFolder() { fs::remove_all(path); }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    fs::path path;
-};
 
 bool runProgram(std::vector<std::string> words) {
     std::vector<char*> arguments;
@@ -82,7 +71,7 @@ PcmBuffer made(double seconds, double sampleRate, Wave wave) {
 
 std::optional<PcmBuffer> speak(const Voice& voice, const std::string& words) {
     const TemporaryFolder folder;
-    const auto file = (folder.path / "voice.wav").string();
+    const auto file = (folder / "voice.wav").string();
     const bool isSpoken =
         voice.maker == Voice::Maker::espeak
             ? runProgram({"espeak-ng", "-v", voice.name, "-s", "150", "-w", file, words})

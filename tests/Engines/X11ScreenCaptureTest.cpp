@@ -2,7 +2,8 @@
 
 #include "Linux/Screen/X11ScreenCapture.h"
 
-#include "Support/FileDescriptor.h"
+#include "desktop/XServer.h"
+#include "fakes/Eventually.h"
 
 #include <array>
 #include <atomic>
@@ -11,80 +12,21 @@
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
-#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
 #include <set>
-#include <spawn.h>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
 #include <tuple>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 #include <xcb/xcb.h>
 
-extern char** environ;
-
 namespace mnemora::x11 {
 namespace {
 
-/// An X server on a free display, which DISPLAY names while it runs.
-class XServer {
-  public:
-    explicit XServer(const std::vector<std::string>& command = {"Xvfb", "-screen", "0",
-                                                                "320x200x24"}) {
-        std::array<int, 2> ends{};
-        if (pipe(ends.data()) != 0)
-            return;
-        FileDescriptor reading(ends[0]);
-        FileDescriptor writing(ends[1]);
-        auto words = command;
-        for (const auto& word :
-             {std::string("-displayfd"), std::to_string(writing.get()), std::string("-nolisten"),
-              std::string("tcp"), std::string("-noreset")})
-            words.push_back(word);
-        std::vector<char*> arguments;
-        for (auto& word : words)
-            arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-        posix_spawn_file_actions_t quiet;
-        posix_spawn_file_actions_init(&quiet);
-        posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        const int failed =
-            posix_spawnp(&pid_, arguments[0], &quiet, nullptr, arguments.data(), environ);
-        posix_spawn_file_actions_destroy(&quiet);
-        if (failed != 0)
-            return;
-        writing.reset();
-        // The number may come in pieces; a line feed ends it.
-        std::string display;
-        for (char digit = 0; read(reading.get(), &digit, 1) == 1 && digit != '\n';)
-            display += digit;
-        isThere_ = !display.empty();
-        setenv("DISPLAY", (":" + display).c_str(), 1);
-        unsetenv("WAYLAND_DISPLAY");
-        unsetenv("XDG_SESSION_TYPE");
-    }
-    XServer(const XServer&) = delete;
-    XServer& operator=(const XServer&) = delete;
-    ~XServer() {
-        if (pid_ < 0)
-            return;
-        signal(SIGCONT);
-        signal(SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    void signal(int number) const { kill(pid_, number); }
-    /// False when the program isn't installed or didn't start.
-    [[nodiscard]] bool isThere() const { return isThere_; }
-
-  private:
-    pid_t pid_ = -1;
-    bool isThere_ = false;
-};
+using desktop::XServer;
 
 /// Paints the root window.
 class Painter {
@@ -140,7 +82,7 @@ struct ScriptedRegions final : WithheldRegions {
 
 class X11ScreenCaptureTest : public ::testing::Test {
   protected:
-    XServer server_;
+    XServer server_{{"Xvfb", "-screen", "0", "320x200x24"}};
     std::shared_ptr<ScriptedGuard> guard_ = std::make_shared<ScriptedGuard>();
     std::shared_ptr<ScriptedRegions> regions_ = std::make_shared<ScriptedRegions>();
     bool hasRoom_ = true;
@@ -394,10 +336,8 @@ TEST(X11ScreenCaptureWithoutServer, FindsTheServerLaterWithoutKeepingTheCallerWa
     X11ScreenCapture capture({std::make_shared<ScriptedGuard>(),
                               std::make_shared<ScriptedRegions>(), [] { return true; }});
     const XServer server;
-    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!capture.isPermitted() && std::chrono::steady_clock::now() < bound)
-        std::this_thread::yield();
-    EXPECT_TRUE(capture.isPermitted());
+    const auto isPermitted = [&] { return capture.isPermitted(); };
+    EXPECT_TRUE(test::Eventually{std::chrono::seconds(10)}(isPermitted));
     EXPECT_TRUE(capture.displays());
 }
 

@@ -1,7 +1,7 @@
 #include "Erase/EraseOptions.h"
 #include "Platform/SystemClock.h"
+#include "fakes/ScopedVariable.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -19,14 +19,7 @@ std::vector<std::string> words(const std::string& line) {
 
 class EraseOptionsTest : public testing::Test {
   protected:
-    ~EraseOptionsTest() override { setZone(nullptr); }
-    static void setZone(const char* name) {
-        if (name != nullptr)
-            setenv("TZ", name, 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
+    const ScopedVariable zone{"TZ", "UTC"};
     static std::variant<EraseOptions, std::string> parse(const std::string& line) {
         return parseEraseOptions(words(line), SystemClock());
     }
@@ -53,7 +46,7 @@ TEST_F(EraseOptionsTest, ADayIsTheUsersOwnHoweverLong) {
         {"Pacific/Kiritimati", "2026-11-20", 1795082400, 24},
     };
     for (const auto& day : days) {
-        setZone(day.zone);
+        zone.set(day.zone);
         const auto found = range(std::string("--day,") + day.day);
         EXPECT_EQ(found.from, day.from) << day.zone << " " << day.day;
         EXPECT_EQ(found.until - found.from, day.hours * 3600) << day.zone << " " << day.day;
@@ -61,7 +54,7 @@ TEST_F(EraseOptionsTest, ADayIsTheUsersOwnHoweverLong) {
 }
 
 TEST_F(EraseOptionsTest, TimesAreLocalAndDaysAtTheEndAreWhole) {
-    setZone("Europe/Berlin");
+    zone.set("Europe/Berlin");
     const double noon = 1795129200 + 12 * 3600;
     EXPECT_EQ(range("--from,2026-11-20 12:00"), TimeRange{.from = noon});
     EXPECT_EQ(range("--to,2026-11-20T12:00:05"), TimeRange{.until = noon + 5});

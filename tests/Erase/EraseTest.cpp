@@ -3,6 +3,7 @@
 #include "Store/StoreFixture.h"
 #include "Support/Installation.h"
 #include "fakes/ChildProcess.h"
+#include "fakes/ScopedVariable.h"
 
 #include <cstring>
 #include <filesystem>
@@ -24,8 +25,7 @@ constexpr auto kept = "walnussregal";
 
 class EraseTest : public StoreTest {
   protected:
-    EraseTest() { setenv("TZ", "UTC", 1); }
-    ~EraseTest() override { unsetenv("TZ"); }
+    const ScopedVariable zone{"TZ", "UTC"};
 
     /// Three days of 40 observations each; those of the second hold the secret.
     void fill() {

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -150,50 +151,17 @@ TEST(ApplicationCatalogue, WithholdsEveryProgramThatHoldsSecrets) {
 
 // The entries and programs of Debian 12's packages for secrets, as the packages list them.
 TEST(ApplicationCatalogue, KnowsThePackagesOfDebianByEntryAndByProgram) {
-    const char* const names[] = {"org.keepassxc.KeePassXC",
-                                 "keepassxc",
-                                 "keepass2",
-                                 "org.gnome.seahorse.Application",
-                                 "seahorse",
-                                 "org.kde.kwalletmanager5",
-                                 "kwalletmanager5-kwalletd",
-                                 "kwalletmanager5",
-                                 "qtpass",
-                                 "com.github.paolostivanin.OTPClient",
-                                 "otpclient",
-                                 "org.gnome.World.Secrets",
-                                 "secrets",
-                                 "password-gorilla",
-                                 "pwsafe",
-                                 "info.olasagasti.revelation",
-                                 "revelation",
-                                 "gringotts",
-                                 "com.yubico.yubioath",
-                                 "yubioath-desktop",
-                                 "ykman-gui",
-                                 "org.postmarketos.Numberstation",
-                                 "numberstation",
-                                 "nitrokey-app",
-                                 "nitrokey-authenticator",
-                                 "gcr-prompter",
-                                 "gcr-viewer",
-                                 "gcr-ssh-askpass",
-                                 "pinentry-qt",
-                                 "pinentry-gtk-2",
-                                 "pinentry-gnome3",
-                                 "pinentry-fltk",
-                                 "pinentry-x2go",
-                                 "lxqt-policykit-agent",
-                                 "lxpolkit",
-                                 "lxqt-openssh-askpass",
-                                 "ksshaskpass",
-                                 "ssh-askpass-fullscreen",
-                                 "i3lock",
-                                 "slock",
-                                 "xscreensaver",
-                                 "xsecurelock",
-                                 "light-locker"};
-    for (const char* name : names) {
+    std::istringstream names(
+        "org.keepassxc.KeePassXC keepassxc keepass2 org.gnome.seahorse.Application "
+        "seahorse org.kde.kwalletmanager5 kwalletmanager5-kwalletd kwalletmanager5 "
+        "qtpass com.github.paolostivanin.OTPClient otpclient org.gnome.World.Secrets "
+        "secrets password-gorilla pwsafe info.olasagasti.revelation revelation gringotts "
+        "com.yubico.yubioath yubioath-desktop ykman-gui org.postmarketos.Numberstation "
+        "numberstation nitrokey-app nitrokey-authenticator gcr-prompter gcr-viewer "
+        "gcr-ssh-askpass pinentry-qt pinentry-gtk-2 pinentry-gnome3 pinentry-fltk "
+        "pinentry-x2go lxqt-policykit-agent lxpolkit lxqt-openssh-askpass ksshaskpass "
+        "ssh-askpass-fullscreen i3lock slock xscreensaver xsecurelock light-locker");
+    for (std::string name; names >> name;) {
         const TableRow* row = rowNamed({name});
         ASSERT_NE(row, nullptr) << name;
         EXPECT_TRUE(isConcealed(*row)) << name;

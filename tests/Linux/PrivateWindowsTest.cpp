@@ -2,6 +2,7 @@
 #include "Linux/Desktop/FrontContentGuard.h"
 #include "Linux/Desktop/LanguagePack.h"
 #include "Text/Encoding.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -116,18 +117,13 @@ std::string packBytes(const std::vector<std::pair<std::uint16_t, std::string>>& 
 
 class LanguagePacks : public testing::Test {
   protected:
-    LanguagePacks() {
-        std::string name = (fs::temp_directory_path() / "mnemora-packs.XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-        fs::create_directory(folder_ / "locales");
-    }
-    ~LanguagePacks() override { fs::remove_all(folder_); }
+    LanguagePacks() { fs::create_directory(folder_ / "locales"); }
 
     void write(const std::string& language, const std::string& bytes) const {
         std::ofstream(folder_ / "locales" / (language + ".pak"), std::ios::binary) << bytes;
     }
 
-    fs::path folder_;
+    test::TemporaryFolder folder_;
 };
 
 TEST_F(LanguagePacks, AreReadBesideTheBrowserAndMayBeOfAnyOfTheFamily) {

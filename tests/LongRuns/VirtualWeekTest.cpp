@@ -7,6 +7,7 @@
 #include "Shell/AppDelegate.h"
 #include "Store/HookedFileSystem.h"
 #include "fakes/FakeShell.h"
+#include "fakes/ScopedVariable.h"
 
 #include <algorithm>
 #include <ctime>
@@ -100,9 +101,6 @@ struct Footprint {
 
 class VirtualWeekTest : public MeetingTest {
   protected:
-    VirtualWeekTest() { setZone("Europe/Berlin"); }
-    ~VirtualWeekTest() override { setZone(nullptr); }
-
     void SetUp() override {
         auto services = desktopServices();
         services.accessibility = accessibility_;
@@ -161,14 +159,6 @@ class VirtualWeekTest : public MeetingTest {
     }
 
   private:
-    static void setZone(const char* name) {
-        if (name != nullptr)
-            setenv("TZ", name, 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
-
     void turnTheClock(int tick) {
         double& moment = time.clock->moment;
         moment += 6;
@@ -179,7 +169,7 @@ class VirtualWeekTest : public MeetingTest {
         else if (tick % 20'000 == 15'000)
             moment -= tick > 60'000 ? 3000 : 50;
         if (tick == journey)
-            setZone("America/New_York");
+            zone_.set("America/New_York");
     }
 
     void changeTheScene() {
@@ -277,6 +267,7 @@ class VirtualWeekTest : public MeetingTest {
     std::shared_ptr<FakeTextRecognizer> recognizer_ = std::make_shared<FakeTextRecognizer>();
     std::shared_ptr<FakeStatusArea> area_ = std::make_shared<FakeStatusArea>();
     std::unique_ptr<ScopedDesktopServices> shell_;
+    const ScopedVariable zone_{"TZ", "Europe/Berlin"};
     Account account_;
     Scene scene_{.bundle = "org.xterm", .name = "XTerm", .title = "Work 0", .text = "lines of 0"};
     Scene earlier_ = scene_;

@@ -4,6 +4,7 @@
 
 #include "Screen/FakePortal.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/Eventually.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -16,15 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::FakePortal;
 
-bool eventually(const std::function<bool()>& holds) {
-    const auto bound = std::chrono::steady_clock::now() + 15s;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > bound)
-            return false;
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
+constexpr test::Eventually eventually{15s};
 
 /// A cast without pictures; only its life matters here.
 struct FakeStream final : FrameStream {

@@ -7,6 +7,7 @@
 #include "Screen/FakePortal.h"
 #include "desktop/Program.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/Eventually.h"
 
 #include <atomic>
 #include <csignal>
@@ -23,15 +24,7 @@ namespace {
 using namespace std::chrono_literals;
 using desktop::Program;
 
-bool eventually(const std::function<bool()>& holds) {
-    const auto bound = std::chrono::steady_clock::now() + 30s;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > bound)
-            return false;
-        std::this_thread::sleep_for(20ms);
-    }
-    return true;
-}
+constexpr test::Eventually eventually{30s, 20ms};
 
 std::filesystem::path folder(const char* variable) {
     return std::getenv(variable);

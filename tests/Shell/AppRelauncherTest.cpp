@@ -2,10 +2,10 @@
 
 #include "Linux/Desktop/DesktopApplication.h"
 #include "Platform/DesktopServices.h"
+#include "fakes/Eventually.h"
 #include "fakes/FakeShell.h"
 #include "fakes/TemporaryHome.h"
 
-#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace mnemora::test {
@@ -30,13 +29,9 @@ std::string contents(const fs::path& file) {
 
 /// What the program wrote, once its last line, "end", is there; empty when it never came.
 std::string written(const fs::path& file) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (std::chrono::steady_clock::now() < until) {
-        if (const auto text = contents(file); text.ends_with("end\n"))
-            return text;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return {};
+    std::string text;
+    const auto isWhole = [&] { return (text = contents(file)).ends_with("end\n"); };
+    return Eventually{std::chrono::seconds(20)}(isWhole) ? text : std::string();
 }
 
 fs::path script(const fs::path& file, const std::string& text) {

@@ -1,8 +1,8 @@
 #include "Linux/Desktop/BrandImages.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <QGuiApplication>
 
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -11,21 +11,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// An empty folder for the test's life.
 class BrandImages : public testing::Test {
   protected:
-    BrandImages() {
-        std::string pattern = (fs::temp_directory_path() / "mnemora-brand.XXXXXX").string();
-        folder_ = mkdtemp(pattern.data());
-    }
-    ~BrandImages() override {
-        QGuiApplication::setWindowIcon({});
-        fs::remove_all(folder_);
-    }
+    ~BrandImages() override { QGuiApplication::setWindowIcon({}); }
 
     static QImage shown(const QIcon& icon) { return icon.pixmap(64, 64).toImage(); }
 
-    fs::path folder_;
+    test::TemporaryFolder folder_;
 };
 
 TEST_F(BrandImages, TheIconIsTheResourceElseTheApplicationsOwnElseEmpty) {

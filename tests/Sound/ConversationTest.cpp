@@ -54,9 +54,15 @@ struct CountedSystemAudio : pulse::PulseSystemAudio {
 
 class ConversationTest : public StoreTest {
   protected:
-    void record(MeetingCoordinator& coordinator) {
-        coordinator.beginRecording();
-        ASSERT_TRUE(eventuallyOnMainThread([&] { return coordinator.recorder().isRecording(); }));
+    void SetUp() override {
+        if (user.empty() || other.empty())
+            GTEST_SKIP() << "no synthesiser";
+        store = &open();
+        coordinator = std::make_shared<MeetingCoordinator>(*store);
+    }
+    void record() {
+        coordinator->beginRecording();
+        ASSERT_TRUE(eventuallyOnMainThread([&] { return coordinator->recorder().isRecording(); }));
         // PulseAudio's null sink has by then sent out the two seconds that it had mixed in advance.
         ASSERT_TRUE(eventuallyOnMainThread([&] { return *system->frames > 3 * 48'000; }));
     }
@@ -79,8 +85,7 @@ class ConversationTest : public StoreTest {
         shell(quieter);
     }
     /// What a speaker said, in lower case.
-    static std::string saidBy(const std::vector<MeetingSession>& meetings,
-                              const std::string& speaker) {
+    [[nodiscard]] std::string saidBy(const std::string& speaker) const {
         std::string all;
         for (const auto& meeting : meetings)
             for (const auto& line : meeting.lines)
@@ -92,6 +97,8 @@ class ConversationTest : public StoreTest {
         return all;
     }
 
+    const std::string user = spoken("slt", "The garden is full of yellow flowers this morning.");
+    const std::string other = spoken("rms", "We should move the meeting to Thursday afternoon.");
     int count = 0;
     QCoreApplication application{count, nullptr};
     std::shared_ptr<CountedSystemAudio> system = std::make_shared<CountedSystemAudio>();
@@ -101,62 +108,50 @@ class ConversationTest : public StoreTest {
                                      .systemAudio = system,
                                      .speech = std::make_shared<EngineSpeechService>(
                                          SpeechEngineSettings::ofInstallation(), loop)}};
+    MnemoraStore* store = nullptr;
+    std::shared_ptr<MeetingCoordinator> coordinator;
+    std::vector<MeetingSession> meetings;
 };
 
 TEST_F(ConversationTest, WhatTwoPeopleSayAtOnceIsStoredUnderTheirOwnNames) {
-    const auto user = spoken("slt", "The garden is full of yellow flowers this morning.");
-    const auto other = spoken("rms", "We should move the meeting to Thursday afternoon.");
-    if (user.empty() || other.empty())
-        GTEST_SKIP() << "no synthesiser";
-    auto& store = open();
-    const auto coordinator = std::make_shared<MeetingCoordinator>(store);
-    record(*coordinator);
+    record();
     EXPECT_EQ(ourStreams(), 2);
     const std::jthread players([&] {
         shell("pacat --playback --device=MicFeed " + user +
               " & pacat --playback --device=Speakers " + other + "; wait");
     });
-    std::vector<MeetingSession> meetings;
     EXPECT_TRUE(eventuallyOnMainThread([&] {
-        meetings = loadMeetingSessions(store);
-        return saidBy(meetings, "You").find("flowers") != std::string::npos &&
-               saidBy(meetings, "Them").find("thursday") != std::string::npos;
+        meetings = loadMeetingSessions(*store);
+        return saidBy("You").find("flowers") != std::string::npos &&
+               saidBy("Them").find("thursday") != std::string::npos;
     })) << "You: "
-        << saidBy(meetings, "You") << "Them: " << saidBy(meetings, "Them");
+        << saidBy("You") << "Them: " << saidBy("Them");
     EXPECT_EQ(meetings.size(), 1U);
-    EXPECT_EQ(saidBy(meetings, "You").find("meeting"), std::string::npos);
-    EXPECT_EQ(saidBy(meetings, "Them").find("garden"), std::string::npos);
+    EXPECT_EQ(saidBy("You").find("meeting"), std::string::npos);
+    EXPECT_EQ(saidBy("Them").find("garden"), std::string::npos);
     coordinator->recorder().stop();
     EXPECT_TRUE(eventuallyOnMainThread([] { return ourStreams() == 0; }));
 }
 
 TEST_F(ConversationTest, WhatComesBackFromTheLoudspeakersIsntTheUsers) {
-    const auto user = spoken("slt", "The garden is full of yellow flowers this morning.");
-    const auto other = spoken("rms", "We should move the meeting to Thursday afternoon.");
-    if (user.empty() || other.empty())
-        GTEST_SKIP() << "no synthesiser";
-    auto& store = open();
-    const auto coordinator = std::make_shared<MeetingCoordinator>(store);
     connectLoudspeakers();
-    record(*coordinator);
-    std::vector<MeetingSession> meetings;
+    record();
     const auto isStored = [&](const char* speaker, const char* word) {
         return eventuallyOnMainThread([&] {
-            meetings = loadMeetingSessions(store);
-            return saidBy(meetings, speaker).find(word) != std::string::npos;
+            meetings = loadMeetingSessions(*store);
+            return saidBy(speaker).find(word) != std::string::npos;
         });
     };
     {
         const std::jthread player([&] { play("Speakers", other); });
-        EXPECT_TRUE(isStored("Them", "thursday")) << saidBy(meetings, "Them");
+        EXPECT_TRUE(isStored("Them", "thursday")) << saidBy("Them");
     }
     {
         const std::jthread player([&] { play("MicFeed", user); });
-        EXPECT_TRUE(isStored("You", "flowers")) << saidBy(meetings, "You");
+        EXPECT_TRUE(isStored("You", "flowers")) << saidBy("You");
     }
     // What the microphone heard before has been recognised by now.
-    EXPECT_EQ(saidBy(meetings, "You").find("meeting"), std::string::npos)
-        << saidBy(meetings, "You");
+    EXPECT_EQ(saidBy("You").find("meeting"), std::string::npos) << saidBy("You");
     coordinator->recorder().stop();
 }
 

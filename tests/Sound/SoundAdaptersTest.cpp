@@ -7,6 +7,7 @@
 #include "fakes/CapturedStderr.h"
 #include "fakes/FakeDesktop.h"
 #include "fakes/ProcessUse.h"
+#include "fakes/ScopedVariable.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

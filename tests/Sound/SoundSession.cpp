@@ -1,6 +1,5 @@
 #include "Sound/SoundSession.h"
 
-#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -12,7 +11,6 @@
 #include <numbers>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <thread>
 
 namespace mnemora::test {
 namespace {
@@ -65,16 +63,6 @@ std::string shell(const std::string& command) {
 int ourStreams() {
     const auto mark = "'application.id = \"app.mnemora.Mnemora\"'";
     return std::stoi(shell(std::string("pactl list source-outputs | grep -c ") + mark));
-}
-
-bool eventually(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(40);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
 }
 
 Tone::Tone(const std::string& sink, double hertz) {
@@ -130,17 +118,6 @@ size_t Listener::buffers() {
 PcmBuffer Listener::last() {
     const std::lock_guard lock(mutex_);
     return last_;
-}
-
-ScopedVariable::ScopedVariable(std::string name, const std::string& value)
-    : name_(std::move(name)) {
-    const char* former = std::getenv(name_.c_str());
-    former_ = former != nullptr ? former : "";
-    setenv(name_.c_str(), value.c_str(), 1);
-}
-
-ScopedVariable::~ScopedVariable() {
-    setenv(name_.c_str(), former_.c_str(), 1);
 }
 
 } // namespace mnemora::test

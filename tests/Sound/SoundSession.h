@@ -2,8 +2,8 @@
 // What the tests do in a private sound session: play tones, listen for them, rearrange devices.
 
 #include "Platform/SpeechRecognizer.h"
+#include "fakes/Eventually.h"
 
-#include <functional>
 #include <mutex>
 #include <string>
 #include <sys/types.h>
@@ -17,8 +17,7 @@ std::string shell(const std::string& command);
 /// How many streams of this program the sound server has.
 int ourStreams();
 
-/// Waits until `condition` holds, 15 s at most; whether it came to hold.
-bool eventually(const std::function<bool()>& condition);
+constexpr Eventually eventually{std::chrono::seconds(40), std::chrono::milliseconds(20)};
 
 /// Plays a tone on a sink until it goes.
 class Tone {
@@ -49,19 +48,6 @@ class Listener {
     std::vector<float> recent_; // guarded by mutex_: first channel
     PcmBuffer last_;            // guarded by mutex_
     size_t buffers_ = 0;        // guarded by mutex_
-};
-
-/// Sets an environment variable for its scope.
-class ScopedVariable {
-  public:
-    ScopedVariable(std::string name, const std::string& value);
-    ~ScopedVariable();
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-  private:
-    std::string name_;
-    std::string former_;
 };
 
 } // namespace mnemora::test

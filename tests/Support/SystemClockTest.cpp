@@ -1,39 +1,22 @@
 #include "Platform/SystemClock.h"
+#include "fakes/ScopedVariable.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
-#include <optional>
-#include <string>
 
 namespace mnemora {
 namespace {
 
-/// Sets the environment that the clock reads, and puts it back.
 class SystemClockTest : public testing::Test {
   protected:
-    void SetUp() override {
-        for (size_t i = 0; i < std::size(names); ++i)
-            if (const char* value = std::getenv(names[i]))
-                former_[i] = value;
-        use("UTC", "en_US.UTF-8");
-    }
-    void TearDown() override {
-        for (size_t i = 0; i < std::size(names); ++i) {
-            if (former_[i])
-                setenv(names[i], former_[i]->c_str(), 1);
-            else
-                unsetenv(names[i]);
-        }
-    }
-    static void use(const char* zone, const char* language) {
-        setenv("TZ", zone, 1);
-        setenv("LC_ALL", language, 1);
+    void use(const char* zone, const char* language) const {
+        zone_.set(zone);
+        language_.set(language);
     }
     SystemClock clock;
 
   private:
-    static constexpr const char* names[] = {"TZ", "LC_ALL"};
-    std::optional<std::string> former_[2];
+    const test::ScopedVariable zone_{"TZ", "UTC"};
+    const test::ScopedVariable language_{"LC_ALL", "en_US.UTF-8"};
 };
 
 TEST_F(SystemClockTest, StartsADayAtItsFirstInstant) {

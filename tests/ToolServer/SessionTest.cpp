@@ -1,101 +1,50 @@
 // The whole tool server as an assistant's host sees it: a child process over two pipes.
 
 #include "Store/StoreFixture.h"
-#include "Support/FileDescriptor.h"
 #include "Support/Installation.h"
+#include "fakes/ChildProcess.h"
 
-#include <array>
-#include <csignal>
-#include <fcntl.h>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-extern char** environ;
+#include <sstream>
 
 namespace mnemora::test {
 namespace {
 
 using nlohmann::json;
 
-/// `mnemora` with the given arguments, its three streams in the test's hands.
+/// `mnemora` with its streams in the test's hands; its errors go to a file in the home folder.
 class Server {
   public:
-    explicit Server(std::vector<std::string> arguments = {"--mcp"}, bool closeErrors = false) {
-        std::array<std::array<int, 2>, 3> pipes{};
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        for (int fd = 0; fd < 3; ++fd) {
-            auto& ends = pipes[static_cast<size_t>(fd)];
-            EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-            posix_spawn_file_actions_adddup2(&actions, ends[fd == 0 ? 0 : 1], fd);
-        }
-        if (closeErrors)
-            posix_spawn_file_actions_addclose(&actions, STDERR_FILENO);
-        arguments.insert(arguments.begin(), (installation::prefix() / "bin/mnemora").string());
-        std::vector<char*> list;
-        for (auto& argument : arguments)
-            list.push_back(argument.data());
-        list.push_back(nullptr);
-        EXPECT_EQ(posix_spawn(&pid_, list[0], &actions, nullptr, list.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        input_.reset(pipes[0][1]);
-        output_.reset(pipes[1][0]);
-        errors_.reset(pipes[2][0]);
-        for (size_t fd = 0; fd < 2; ++fd)
-            serverEnds_[fd].reset(fcntl(pipes[fd][fd], F_DUPFD_CLOEXEC, 3));
-        ::close(pipes[0][0]);
-        ::close(pipes[1][1]);
-        ::close(pipes[2][1]);
-    }
-    ~Server() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-    Server(const Server&) = delete;
-    Server& operator=(const Server&) = delete;
+    /// With these words of a shell behind the program's name, and others ahead of it.
+    explicit Server(const std::string& arguments = "--mcp", const std::string& ahead = "")
+        : process_({"/bin/sh", "-c", "exec 2>\"$HOME/errors\" " + ahead + " \"$0\" " + arguments,
+                    (installation::prefix() / "bin/mnemora").string()}) {}
 
-    void send(const std::string& bytes) { EXPECT_TRUE(writeAll(input_.get(), bytes)); }
-    void endInput() { input_.reset(); }
+    void send(const std::string& bytes) { EXPECT_TRUE(process_.send(bytes)); }
+    void endInput() { process_.endInput(); }
+    void stopReadingReplies() { process_.stopReading(); }
     /// What the server's descriptor refers to.
     [[nodiscard]] std::string file(int fd) const {
-        return std::filesystem::read_symlink("/proc/" + std::to_string(pid_) + "/fd/" +
+        return std::filesystem::read_symlink("/proc/" + std::to_string(process_.pid()) + "/fd/" +
                                              std::to_string(fd))
             .string();
     }
-    /// The flag belongs to the pipe's end, which the test has a descriptor of as well.
-    void makeNonBlocking() const {
-        for (const auto& end : serverEnds_)
-            EXPECT_EQ(fcntl(end.get(), F_SETFL, O_NONBLOCK), 0);
-    }
-    void stopReadingReplies() { output_.reset(); }
 
     /// The next reply line; empty when none comes within ten seconds.
-    std::string readLine() {
-        std::string line;
-        pollfd waiting{.fd = output_.get(), .events = POLLIN, .revents = 0};
-        char c = 0;
-        while (poll(&waiting, 1, 10'000) > 0 && read(output_.get(), &c, 1) == 1 && c != '\n')
-            line += c;
-        return line;
-    }
+    std::string readLine() { return process_.readLine(10'000); }
     json call(const std::string& request) {
         send(request + "\n");
         return json::parse(readLine(), nullptr, false);
     }
-    json tool(const std::string& name, const json& arguments) {
+    std::string toolText(const std::string& name, const json& arguments = json::object()) {
         return call(json{{"id", 1},
                          {"method", "tools/call"},
                          {"params", {{"name", name}, {"arguments", arguments}}}}
-                        .dump());
-    }
-    std::string toolText(const std::string& name, const json& arguments = json::object()) {
-        return tool(name, arguments)["result"]["content"][0].value("text", "");
+                        .dump())["result"]["content"][0]
+            .value("text", "");
     }
 
     /// What is left of the replies and the errors, and the wait status.
@@ -105,26 +54,14 @@ class Server {
         int status;
     };
     End finish() {
-        serverEnds_ = {}; // else the replies never end
-        End end{.replies = readAll(output_.get()), .errors = readAll(errors_.get()), .status = 0};
-        EXPECT_EQ(waitpid(std::exchange(pid_, 0), &end.status, 0) > 0, true);
-        return end;
+        const auto replies = process_.finish();
+        std::ostringstream errors;
+        errors << std::ifstream(std::string(std::getenv("HOME")) + "/errors").rdbuf();
+        return {.replies = replies, .errors = errors.str(), .status = process_.status()};
     }
 
   private:
-    static std::string readAll(int fd) {
-        std::string all;
-        std::array<char, 4096> chunk{};
-        for (ssize_t size = 0; fd >= 0 && (size = read(fd, chunk.data(), chunk.size())) > 0;)
-            all.append(chunk.data(), static_cast<size_t>(size));
-        return all;
-    }
-
-    pid_t pid_ = 0;
-    FileDescriptor input_;
-    FileDescriptor output_;
-    FileDescriptor errors_;
-    std::array<FileDescriptor, 2> serverEnds_;
+    ChildProcess process_;
 };
 
 class SessionTest : public StoreTest {
@@ -229,8 +166,9 @@ TEST_F(SessionTest, EndsCleanlyWhenTheClientGoesAway) {
 }
 
 TEST_F(SessionTest, ServesOnDescriptorsThatSomebodyMadeNonBlocking) {
-    Server server;
-    server.makeNonBlocking();
+    Server server("--mcp", "/usr/bin/python3 -c 'import os, sys; "
+                           "[os.set_blocking(fd, False) for fd in (0, 1)]; "
+                           "os.execv(sys.argv[1], sys.argv[1:])'");
     const std::string megabytes(3'000'000, 'x');
     EXPECT_EQ(server.call(R"({"id":")" + megabytes + R"(","method":"ping"})")["id"], megabytes);
     server.endInput();
@@ -238,7 +176,7 @@ TEST_F(SessionTest, ServesOnDescriptorsThatSomebodyMadeNonBlocking) {
 }
 
 TEST_F(SessionTest, KeepsStandardStreamsOutOfOtherFiles) {
-    Server server({"--mcp"}, /*closeErrors=*/true);
+    Server server("--mcp 2>&-");
     EXPECT_EQ(server.call(R"({"id":1,"method":"ping"})")["id"], 1);
     EXPECT_EQ(server.file(1), server.file(2));
     EXPECT_EQ(server.file(2), "/dev/null");
@@ -369,11 +307,11 @@ TEST(ProgramEntry, ChoosesTheServerByTheWholeSwitchOnly) {
     unsetenv("DISPLAY");
     unsetenv("WAYLAND_DISPLAY");
     for (const auto& [arguments, serves] :
-         std::vector<std::pair<std::vector<std::string>, bool>>{{{"--mcp"}, true},
-                                                                {{"x", "--mcp", "y"}, true},
-                                                                {{"--MCP"}, false},
-                                                                {{"--mcp=1"}, false},
-                                                                {{}, false}}) {
+         std::vector<std::pair<std::string, bool>>{{"--mcp", true},
+                                                   {"x --mcp y", true},
+                                                   {"--MCP", false},
+                                                   {"--mcp=1", false},
+                                                   {"", false}}) {
         Server server(arguments);
         if (serves)
             server.send("{\"id\":1,\"method\":\"ping\"}\n");

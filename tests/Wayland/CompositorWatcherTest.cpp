@@ -2,6 +2,7 @@
 
 #include "Wayland/FakeCompositor.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/ScopedVariable.h"
 
 #include <gtest/gtest.h>
 
@@ -96,14 +97,12 @@ TEST_F(CompositorWatcherTest, KeepsNobodyWaitingForACompositorThatHangs) {
 
 TEST_F(CompositorWatcherTest, SaysOnceThatThereIsNone) {
     const test::CapturedStderr log;
-    const std::string former = std::getenv("WAYLAND_DISPLAY") ? std::getenv("WAYLAND_DISPLAY") : "";
-    setenv("WAYLAND_DISPLAY", "/nowhere/wayland-7", 1);
+    const test::ScopedVariable nowhere("WAYLAND_DISPLAY", "/nowhere/wayland-7");
     CompositorWatcher watcher(CompositorWatcher::Options{});
     watcher.waitUntilKnown(10s);
     EXPECT_EQ(watcher.read(10s), std::nullopt);
     EXPECT_EQ(log.text(), "[mnemora][error] no compositor: cannot connect to Wayland display "
                           "/nowhere/wayland-7\n");
-    setenv("WAYLAND_DISPLAY", former.c_str(), 1);
 }
 
 } // namespace

@@ -59,12 +59,9 @@ struct FakeCompositor::Bindings {
 };
 
 FakeCompositor::FakeCompositor(Offer offer) {
-    const char* former = std::getenv("WAYLAND_DISPLAY");
-    former_ = former == nullptr ? "" : former;
-    setenv("XDG_RUNTIME_DIR", home_.path().c_str(), 1); // where the socket is made
     display_ = wl_display_create();
     loop_ = wl_display_get_event_loop(display_);
-    setenv("WAYLAND_DISPLAY", wl_display_add_socket_auto(display_), 1);
+    name_.set(wl_display_add_socket_auto(display_));
     const auto offered = [&](const wl_interface& interface, int version,
                              wl_global_bind_func_t bind) {
         wl_global_create(display_, &interface, version, this, bind);
@@ -85,7 +82,6 @@ FakeCompositor::~FakeCompositor() {
     thread_.join();
     wl_display_destroy_clients(display_);
     wl_display_destroy(display_);
-    setenv("WAYLAND_DISPLAY", former_.c_str(), 1);
 }
 
 void FakeCompositor::run() {

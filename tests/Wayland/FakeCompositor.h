@@ -2,6 +2,7 @@
 // A compositor's side of the protocols that the adapters speak, for sessions that can't be run
 // here and moments that a real one can't be made to show.
 
+#include "fakes/ScopedVariable.h"
 #include "fakes/TemporaryHome.h"
 
 #include <cstdint>
@@ -48,7 +49,8 @@ class FakeCompositor {
     void invoke(const std::function<void()>& job);
 
     const test::TemporaryHome home_;
-    std::string former_;
+    const test::ScopedVariable runtime_{"XDG_RUNTIME_DIR", home_.path()}; // holds the socket
+    const test::ScopedVariable name_{"WAYLAND_DISPLAY", std::nullopt};
     std::mutex mutex_; // held by the thread while it serves, and by hang()
     wl_display* display_ = nullptr;
     wl_event_loop* loop_ = nullptr;

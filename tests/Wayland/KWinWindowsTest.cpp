@@ -1,6 +1,7 @@
 #include "Linux/Wayland/KWinWindows.h"
 
 #include "Linux/Desktop/GLibHandles.h"
+#include "fakes/Eventually.h"
 #include "fakes/TemporaryHome.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <thread>
 
 namespace mnemora::wayland {
 namespace {
@@ -117,15 +117,7 @@ class FakeKWin {
     GLibThread thread_{"fake-kwin"};
 };
 
-template <class Condition>
-bool waitUntil(Condition holds) {
-    for (const auto bound = std::chrono::steady_clock::now() + 20s; !holds();) {
-        if (std::chrono::steady_clock::now() > bound)
-            return false;
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
+constexpr test::Eventually eventually{20s};
 
 TEST(KWinWindows, AreToldByAKWinThatComesAndGoesAndByNobodyElse) {
     ASSERT_NE(std::getenv("DBUS_SESSION_BUS_ADDRESS"), nullptr) << "to be run by dbus-run-session";
@@ -136,7 +128,7 @@ TEST(KWinWindows, AreToldByAKWinThatComesAndGoesAndByNobodyElse) {
     EXPECT_EQ(windows->read(5s)->windows, std::nullopt) << "no KWin";
     auto kwin = std::make_unique<FakeKWin>();
     const auto areTold = [&] { return windows->last().windows.has_value(); };
-    ASSERT_TRUE(waitUntil(areTold));
+    ASSERT_TRUE(eventually(areTold));
     const auto changes = windows->last().changes;
     kwin->say(R"([{"id":"{2b1f}","title":"other","active":true,"application":"org.kde.kate"}])");
     const auto state = windows->read(5s);
@@ -159,11 +151,11 @@ TEST(KWinWindows, AreToldByAKWinThatComesAndGoesAndByNobodyElse) {
     EXPECT_EQ(windows->read(5s)->windows->size(), 1U);
 
     kwin.reset();
-    EXPECT_TRUE(waitUntil([&] { return !areTold(); }));
+    EXPECT_TRUE(eventually([&] { return !areTold(); }));
     kwin = std::make_unique<FakeKWin>();
-    EXPECT_TRUE(waitUntil(areTold));
+    EXPECT_TRUE(eventually(areTold));
     windows.reset();
-    EXPECT_TRUE(waitUntil([&] { return kwin->unloaded > 1; })) << "our script stayed behind";
+    EXPECT_TRUE(eventually([&] { return kwin->unloaded > 1; })) << "our script stayed behind";
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "desktop/DesktopSession.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -16,12 +17,9 @@ namespace fs = std::filesystem;
 class BrowserWindows : public testing::Test {
   protected:
     BrowserWindows() {
-        std::string pattern = (fs::temp_directory_path() / "mnemora-pages.XXXXXX").string();
-        folder_ = mkdtemp(pattern.data());
         std::ofstream(folder_ / "open.html") << "<title>Open page</title>";
         std::ofstream(folder_ / "hidden.html") << "<title>Hidden page</title>";
     }
-    ~BrowserWindows() override { fs::remove_all(folder_); }
 
     void SetUp() override {
         ASSERT_NE(session_.workspace, nullptr) << "to be run by scripts/virtual-session --a11y";
@@ -51,11 +49,7 @@ class BrowserWindows : public testing::Test {
         }) && session_.guard->contentMayBeRead();
     }
 
-    fs::path folder_;
-    int argumentCount_ = 1;
-    char name_[5] = "test";
-    char* arguments_[2] = {name_, nullptr};
-    QCoreApplication application_{argumentCount_, arguments_};
+    test::TemporaryFolder folder_;
     DesktopSession session_;
 };
 

@@ -1,4 +1,5 @@
 #include "desktop/DesktopSession.h"
+#include "desktop/XServer.h"
 
 #include "Linux/Desktop/WithheldWindows.h"
 #include "Linux/X11/FrontWindowWatcher.h"
@@ -19,11 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Steady = std::chrono::steady_clock;
-
-struct Disconnect {
-    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
-};
-using OwnConnection = std::unique_ptr<xcb_connection_t, Disconnect>;
 
 /// Windows on top of all others that are never shown, as toolkits keep many.
 class HiddenWindows {
@@ -96,10 +92,6 @@ class DesktopAdapters : public testing::Test {
         ASSERT_EQ(xcb_connection_has_error(own_.get()), 0);
     }
 
-    int argumentCount_ = 1;
-    char name_[5] = "test";
-    char* arguments_[2] = {name_, nullptr};
-    QCoreApplication application_{argumentCount_, arguments_};
     OwnConnection own_{xcb_connect(nullptr, nullptr)};
     DesktopSession session_;
 };
@@ -382,21 +374,9 @@ TEST_F(DesktopAdapters, SeeNothingInFrontWhileTheScreenIsLockedOrCovered) {
 }
 
 TEST(DesktopWithoutServer, SeesNothingAnyMoreAndLivesOn) {
-    int argumentCount = 1;
-    char name[] = "test";
-    char* arguments[] = {name, nullptr};
-    const QCoreApplication application(argumentCount, arguments);
-    const std::string former = getenv("DISPLAY");
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    auto server = std::make_unique<Program>(std::vector<std::string>{
-        "Xvfb", "-displayfd", std::to_string(ends[1]), "-nolisten", "tcp"});
-    char number[16] = {};
-    const std::unique_ptr<FILE, int (*)(FILE*)> answer(fdopen(ends[0], "r"), fclose);
-    ASSERT_NE(fgets(number, sizeof number, answer.get()), nullptr);
-    setenv("DISPLAY", (":" + std::to_string(std::stoi(number))).c_str(), 1);
+    auto server = std::make_unique<XServer>();
+    ASSERT_TRUE(server->isThere());
     DesktopSession session;
-    setenv("DISPLAY", former.c_str(), 1);
     ASSERT_NE(session.workspace, nullptr);
     (void)session.workspace->frontmostApplication();
     server.reset();

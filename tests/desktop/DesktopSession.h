@@ -25,6 +25,11 @@
 
 namespace mnemora::desktop {
 
+struct Disconnect {
+    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
+};
+using OwnConnection = std::unique_ptr<xcb_connection_t, Disconnect>;
+
 /// A window of the test's own.
 class OwnWindow {
   public:
@@ -58,7 +63,8 @@ class OwnWindow {
     xcb_window_t window_;
 };
 
-/// The adapters as the program composes them. One at a time, on the main thread.
+/// The adapters as the program composes them, with the application object that their loop needs.
+/// One at a time, on the main thread.
 class DesktopSession {
   public:
     DesktopSession();
@@ -80,6 +86,10 @@ class DesktopSession {
     [[nodiscard]] std::optional<std::string> frontTitle();
     [[nodiscard]] bool waitForFront(const OwnWindow& window);
 
+    int argumentCount = 1;
+    char name[5] = "test";
+    char* arguments[2] = {name, nullptr};
+    QCoreApplication application{argumentCount, arguments};
     std::shared_ptr<QtMainLoop> mainLoop = std::make_shared<QtMainLoop>();
     std::shared_ptr<GLibThread> listener = std::make_shared<GLibThread>("test-listener");
     std::shared_ptr<atspi::AccessibleWindows> windows =

@@ -3,6 +3,7 @@
 
 #include "desktop/DesktopSession.h"
 #include "desktop/FakeProgram.h"
+#include "desktop/XServer.h"
 
 #include "Linux/Browsers/AccessiblePages.h"
 #include "fakes/CapturedStderr.h"
@@ -28,11 +29,6 @@ using test::ProcessUse;
 /// The main thread's bound is 50 ms; whom it waits for may need longer for its own turn.
 constexpr auto mainThreadBound = 400ms;
 
-struct Disconnect {
-    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
-};
-using OwnConnection = std::unique_ptr<xcb_connection_t, Disconnect>;
-
 class PeerFaults : public testing::Test {
   protected:
     void SetUp() override {
@@ -53,10 +49,6 @@ class PeerFaults : public testing::Test {
             tick();
     }
 
-    int argumentCount_ = 1;
-    char name_[5] = "test";
-    char* arguments_[2] = {name_, nullptr};
-    QCoreApplication application_{argumentCount_, arguments_};
     OwnConnection own_{xcb_connect(nullptr, nullptr)};
     DesktopSession session_;
     LongestWait longest_;
@@ -168,22 +160,10 @@ TEST_F(XPeerFaults, WhatLiesOnTheRootWindowIsAnAbsentValueAndGoesWithTheLie) {
 }
 
 TEST(XServerFaults, AServerThatHangsHoldsNobodyUpAndIsReadAgainWhenItGoesOn) {
-    int argumentCount = 1;
-    char name[] = "test";
-    char* arguments[] = {name, nullptr};
-    const QCoreApplication application(argumentCount, arguments);
-    const std::string former = getenv("DISPLAY");
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const Program server({"Xvfb", "-displayfd", std::to_string(ends[1]), "-nolisten", "tcp"});
-    char number[16] = {};
-    const std::unique_ptr<FILE, int (*)(FILE*)> answer(fdopen(ends[0], "r"), fclose);
-    ASSERT_NE(fgets(number, sizeof number, answer.get()), nullptr);
-    close(ends[1]);
-    setenv("DISPLAY", (":" + std::to_string(std::stoi(number))).c_str(), 1);
+    const XServer server;
+    ASSERT_TRUE(server.isThere());
     const OwnConnection own(xcb_connect(nullptr, nullptr));
     DesktopSession session;
-    setenv("DISPLAY", former.c_str(), 1);
     ASSERT_NE(session.workspace, nullptr);
     const OwnWindow window(own.get(), {.title = "shown"});
     xcb_set_input_focus(own.get(), XCB_INPUT_FOCUS_PARENT, window.identifier(), XCB_CURRENT_TIME);

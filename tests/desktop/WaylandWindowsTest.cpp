@@ -4,6 +4,7 @@
 #include "Linux/Wayland/CompositorWatcher.h"
 #include "Wayland/FakeCompositor.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/TemporaryFolder.h"
 #include "fakes/TemporaryHome.h"
 
 #include <gtest/gtest.h>
@@ -38,12 +39,6 @@ void tellSway(const std::string& command) {
 
 class WaylandWindows : public testing::Test {
   protected:
-    WaylandWindows() {
-        std::string pattern = (fs::temp_directory_path() / "mnemora-pages.XXXXXX").string();
-        folder_ = mkdtemp(pattern.data());
-    }
-    ~WaylandWindows() override { fs::remove_all(folder_); }
-
     void SetUp() override {
         ASSERT_NE(getenv("SWAYSOCK"), nullptr) << "to be run by scripts/wayland-session";
         ASSERT_NE(session_.workspace, nullptr);
@@ -94,11 +89,7 @@ class WaylandWindows : public testing::Test {
         return true;
     }
 
-    fs::path folder_;
-    int argumentCount_ = 1;
-    char name_[5] = "test";
-    char* arguments_[2] = {name_, nullptr};
-    QCoreApplication application_{argumentCount_, arguments_};
+    test::TemporaryFolder folder_;
     DesktopSession session_;
 };
 
@@ -230,10 +221,6 @@ TEST_F(WaylandWindows, CountForNothingWhileNobodyLooksAtThem) {
 
 /// The same session, but for a compositor that lists no windows for others, as GNOME's doesn't.
 TEST(WaylandWindowsWithoutAList, AreKnownByTheBusAndTheXServerOrNotAtAll) {
-    int argumentCount = 1;
-    char name[] = "test";
-    char* arguments[] = {name, nullptr};
-    const QCoreApplication application(argumentCount, arguments);
     const std::string display = getenv("WAYLAND_DISPLAY");
     const std::string runtime = getenv("XDG_RUNTIME_DIR");
     const wayland::FakeCompositor compositor({.toplevels = false});

@@ -33,8 +33,17 @@ ChildProcess::ChildProcess(std::vector<std::string> command, Errors errors) {
     for (auto& word : command)
         words.push_back(word.data());
     words.push_back(nullptr);
-    if (posix_spawn(&pid_, words[0], &actions, nullptr, words.data(), environ) != 0)
+    // It would inherit that broken pipes are ignored here.
+    sigset_t pipes;
+    sigemptyset(&pipes);
+    sigaddset(&pipes, SIGPIPE);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &pipes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    if (posix_spawn(&pid_, words[0], &actions, &attributes, words.data(), environ) != 0)
         pid_ = 0;
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
 }
 

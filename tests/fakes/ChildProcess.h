@@ -24,6 +24,7 @@ class ChildProcess {
     /// False when the program reads no more.
     bool send(const std::string& bytes);
     void endInput() { input_.reset(); }
+    void stopReading() { output_.reset(); }
     void kill() const;
 
     /// The next line of its output, without the line feed; empty at its end and when none comes

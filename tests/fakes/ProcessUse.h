@@ -1,6 +1,8 @@
 #pragma once
 // What a test of faults counts before and after: whatever a failing peer leaves behind.
 
+#include "fakes/Eventually.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -8,7 +10,6 @@
 #include <fstream>
 #include <iterator>
 #include <ostream>
-#include <thread>
 
 namespace mnemora::test {
 
@@ -27,14 +28,10 @@ struct ProcessUse {
     /// Whether the process comes down to this use within `patience`: threads end a moment after
     /// what waits for them.
     [[nodiscard]] bool comesBack(std::chrono::milliseconds patience = std::chrono::seconds(10)) {
-        const auto bound = std::chrono::steady_clock::now() + patience;
-        for (auto use = now(); use.threads > threads || use.descriptors > descriptors;
-             use = now()) {
-            if (std::chrono::steady_clock::now() > bound)
-                return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return true;
+        return Eventually{.patience = patience}([this] {
+            const auto use = now();
+            return use.threads <= threads && use.descriptors <= descriptors;
+        });
     }
 };
 

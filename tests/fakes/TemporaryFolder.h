@@ -24,6 +24,10 @@ class TemporaryFolder {
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+    operator const std::filesystem::path&() const { return path_; }
+    [[nodiscard]] std::filesystem::path operator/(const std::filesystem::path& below) const {
+        return path_ / below;
+    }
 
   private:
     std::filesystem::path path_;
