@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -129,6 +130,8 @@ TEST(KWinWindows, AreToldByAKWinThatComesAndGoesAndByNobodyElse) {
     auto kwin = std::make_unique<FakeKWin>();
     const auto areTold = [&] { return windows->last().windows.has_value(); };
     ASSERT_TRUE(eventually(areTold));
+    const auto script = home.path() / "mnemora/kwin-windows.js";
+    EXPECT_EQ(std::filesystem::status(script).permissions(), std::filesystem::perms(0600));
     const auto changes = windows->last().changes;
     kwin->say(R"([{"id":"{2b1f}","title":"other","active":true,"application":"org.kde.kate"}])");
     const auto state = windows->read(5s);

@@ -92,6 +92,8 @@ std::string writtenScript(const std::string& text) {
         return {};
     const auto file = folder / "kwin-windows.js";
     std::ofstream(file) << text;
+    // Whatever the umask: KWin has to read it, and nobody else.
+    std::filesystem::permissions(file, std::filesystem::perms(0600), error);
     return std::filesystem::file_size(file, error) == text.size() ? file.string() : std::string();
 }
 
