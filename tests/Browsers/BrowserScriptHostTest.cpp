@@ -7,6 +7,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <latch>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,6 +61,15 @@ class BrowserScriptHostTest : public testing::Test {
 
     std::unique_ptr<BrowserConnections> connections() const {
         return BrowserConnections::create(socket_, program());
+    }
+
+    /// A connection on which everything was said that the host program says.
+    FileDescriptor introduced() const {
+        auto peer = connectTo(socket_);
+        const auto hello = framed(helloMessage({.browser = chromium}));
+        if (peer)
+            (void)send(peer.get(), hello.data(), hello.size(), MSG_NOSIGNAL);
+        return peer;
     }
 
     std::shared_ptr<BrowserScriptHost> host(std::shared_ptr<ScriptHost> fallback = nullptr) {
@@ -247,8 +257,9 @@ TEST_F(BrowserScriptHostTest, GarbageEndsOnlyTheConnectionThatItCameOn) {
 
 TEST_F(BrowserScriptHostTest, OnlyTheHostProgramIsSpokenTo) {
     std::ofstream(folder_ / "other");
+    // One that says nothing is hung up on whoever it is, so each says what the host program would.
     const auto all = BrowserConnections::create(socket_, folder_ / "other");
-    const auto peer = connectTo(socket_);
+    const auto peer = introduced();
     ASSERT_TRUE(peer);
     EXPECT_TRUE(hangsUp(peer.get()));
 }
@@ -265,7 +276,7 @@ TEST_F(BrowserScriptHostTest, AnotherUserIsTurnedAwayTwice) {
             constexpr uid_t nobody = 65534;
             if (setgid(nobody) != 0 || setuid(nobody) != 0)
                 _exit(3);
-            const auto peer = connectTo(socket_);
+            const auto peer = introduced();
             _exit(!peer ? 0 : hangsUp(peer.get()) ? 1 : 2);
         }
         int status = 0;

@@ -122,6 +122,28 @@ TEST_F(TruncationTest, AnEmptiedIndexOfTheLogLosesNothing) {
     EXPECT_EQ(outside("SELECT count(*) FROM events;").front(), std::to_string(rows + 3));
 }
 
+/// Meets a page of the database that isn't there, as one that somebody cut off.
+struct LosingEmbedder : FakeEmbedder {
+    std::optional<std::vector<float>> embed(std::string_view text) override {
+        const FileDescriptor file(open(MnemoraStore::dbPath().c_str(), O_RDONLY | O_CLOEXEC));
+        const std::size_t end = files::file_size(MnemoraStore::dbPath());
+        const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        const std::size_t length = (end / page + 2) * page;
+        void* mapped = mmap(nullptr, length, PROT_READ, MAP_SHARED, file.get(), 0);
+        const auto* behind = static_cast<const volatile char*>(mapped) + length - page;
+        EXPECT_EQ(*behind, 0);
+        munmap(mapped, length);
+        return FakeEmbedder::embed(text);
+    }
+};
+
+TEST_F(TruncationTest, NothingIsCommittedUponLostPages) {
+    MnemoraStore store(std::make_unique<LosingEmbedder>());
+    EXPECT_TRUE(store.insert(event("before the loss"), 90));
+    EXPECT_EQ(outside("SELECT count(*) FROM events;").front(), std::to_string(rows + 1));
+    EXPECT_EQ(outside("SELECT count(*) FROM embeddings;").front(), std::to_string(rows));
+}
+
 TEST_F(TruncationTest, OtherBusErrorsStillEndAProcess) {
     const int status = inProcess([&] {
         const rlimit none{.rlim_cur = 0, .rlim_max = 0};
