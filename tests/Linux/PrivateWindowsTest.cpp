@@ -220,5 +220,22 @@ TEST(FrontContent, OfABrowserIsReadOnlyWhenItIsKnownNotToBePrivate) {
     EXPECT_FALSE(mayBeRead(vault, markers));
 }
 
+TEST(FrontContent, IsNotReadWhenAnotherWindowComesToTheFrontMeanwhile) {
+    const auto catalogue = std::make_shared<ApplicationCatalogue>(
+        std::make_shared<EntryIndex>(std::vector<DesktopEntry>{}));
+    const FrontWindow report{.window = 1, .identity = {}, .title = "Report"};
+    const FrontWindow other{.window = 2, .identity = {}, .title = "Other"};
+    const std::vector<std::pair<std::vector<std::optional<FrontWindow>>, bool>> cases = {
+        {{report, report}, true},
+        {{report, other}, false},
+        {{report, std::nullopt}, false},
+        {{std::nullopt, report}, false}};
+    for (const auto& [seen, mayBeRead] : cases) {
+        std::size_t look = 0;
+        FrontContentGuard guard([&](auto) { return seen.at(look++); }, nullptr, catalogue);
+        EXPECT_EQ(guard.contentMayBeRead(), mayBeRead);
+    }
+}
+
 } // namespace
 } // namespace mnemora::desktop
