@@ -67,6 +67,15 @@ int measure(const char* name, const std::filesystem::path& cache) {
         return 1;
     std::printf("    a lone text of 256 tokens: %.1f ms\n", millisecondsSince(lone));
     printMemory("after the lone text", anon, file);
+    // What a day of observations leaves, one text every few seconds.
+    for (const char* round : {"first", "second", "third"}) {
+        for (const int words : {10, 30, 60, 120, 180, 254, 20, 90}) {
+            std::this_thread::sleep_for(longerThanABatch);
+            if (!model->vector(wordsText(words)))
+                return 1;
+        }
+        printMemory((std::string("after lone texts, ") + round + " round").c_str(), anon, file);
+    }
     std::fflush(stdout);
     return 0;
 }

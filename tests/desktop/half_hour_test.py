@@ -10,6 +10,7 @@ is each minute's figure and the straight line through them, fitted once all has 
 import json
 import os
 import pathlib
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -25,7 +26,7 @@ MINUTES = float(sys.argv[2]) if len(sys.argv) > 2 else 30
 SETTLING = min(8, MINUTES / 3)  # minutes until everything has been loaded and used once
 READING, SHOWING = 15, 10  # seconds between readings, and for which a window stays in front
 MEMORY_GROWTH = 0.25  # MiB a minute; beyond it a day of work would cost gigabytes
-ENGINES_MEMORY = 450  # MiB; their arenas grow in steps with what they have met, up to this limit
+ENGINES_MEMORY = 450  # MiB, with the code for every width of a line that was met
 CPU_GROWTH = 0.15  # seconds a minute, each minute
 WAL_BOUND = 12  # MiB: a thousand pages, what waits for a reader, and the largest insert
 WORDS = (pathlib.Path(__file__).resolve().parents[2] / "docs" / "architecture.md").read_text(
@@ -70,6 +71,26 @@ class Assistant:
         self.log.close()
 
 
+def remember_texts_of_all_lengths(folder):
+    """Leaves events without vectors for the program to begin with: the sentence model pads texts to
+    six lengths, and takes two megabytes for each when it meets it first."""
+    with open(folder / "first.log", "wb") as log:
+        subprocess.run([PROGRAM, "--mcp"], env=environment_for(folder), stdin=subprocess.DEVNULL,
+                       stdout=log, stderr=log, check=True)
+    with sqlite3.connect(folder / "data" / "Mnemora" / "mnemora.sqlite") as connection:
+        connection.executemany(
+            "INSERT INTO events (ts, source, app, title, body) VALUES (?, 'screen', 'Notes', 'Note', ?)",
+            [(time.time() - 3600, " ".join(["word"] * count)) for count in (8, 20, 50, 100, 150, 240)])
+    connection.close()
+
+
+def lengths(first):
+    """Lines of `first`, `first` + 4, ... characters: four such windows hold every length, and with
+    it every width for which the recogniser compiles code."""
+    words = " ".join(WORDS[:60])
+    return "\n".join(words[:length].strip() for length in range(first, 80, 4))
+
+
 class Work:
     """A desktop on which something else comes to the front every few seconds."""
 
@@ -83,7 +104,8 @@ class Work:
                 self.windows.pop(0).close()
             at = self.shown * 17 % (len(WORDS) - 120)
             title = f"Password {self.shown}" if self.shown % 30 == 0 else f"Work {self.shown}"
-            self.windows.append(TextWindow(title, " ".join(WORDS[at:at + 120]),
+            text = lengths(self.shown) if self.shown <= 4 else " ".join(WORDS[at:at + 120])
+            self.windows.append(TextWindow(title, text,
                                            f"+{40 + self.shown % 5 * 60}+{40 + self.shown % 4 * 50}"))
         self.windows[self.shown % len(self.windows)].bring_to_front()
 
@@ -96,6 +118,7 @@ class HalfHourTest(unittest.TestCase):
     def test_what_it_takes_does_not_grow(self):
         with tempfile.TemporaryDirectory(prefix="mnemora-long.") as name:
             self.folder = pathlib.Path(name)
+            remember_texts_of_all_lengths(self.folder)
             self.observer = Observer(PROGRAM, self.folder)
             self.addCleanup(self.observer.stop)
             assistant, work = Assistant(self.folder), Work()
@@ -156,10 +179,10 @@ class HalfHourTest(unittest.TestCase):
         each = " ".join(f"{value:.3g}" for _, value in points[::8])
         print(f"{group:<8} {what:<12} {growth:+.4f} a minute   every second minute: {each}")
         with self.subTest(group=group, what=what):
-            if what == "private MiB" and group == "engines":
-                self.assertLess(max(value for _, value in points), ENGINES_MEMORY)
-            elif what == "private MiB":
+            if what == "private MiB":
                 self.assertLess(growth, MEMORY_GROWTH)
+                if group == "engines":
+                    self.assertLess(max(value for _, value in points), ENGINES_MEMORY)
             elif what == "CPU s/min":
                 self.assertLess(growth, CPU_GROWTH)
             else:  # a window more or less may be watched at a moment, but none is left behind
