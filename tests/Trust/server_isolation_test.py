@@ -112,6 +112,14 @@ class ServerIsolationTest(unittest.TestCase):
                     stderr=subprocess.DEVNULL) as process:
                 wait_until(lambda: traced.leaves_no_core(process.pid), what="its limit")
                 process.stdin.close()
+        self.remember("what another program is just writing keeps an erasure waiting")
+        with sqlite3.connect(self.home / "data/Mnemora/mnemora.sqlite") as other:
+            other.execute("BEGIN IMMEDIATE")
+            with subprocess.Popen([PREFIX / "bin/mnemora-erase", "--all", "--yes"],
+                                  env=self.environment, stdout=subprocess.DEVNULL) as process:
+                wait_until(lambda: traced.leaves_no_core(process.pid), what="its limit")
+                other.rollback()
+        other.close()
 
     def test_keeps_everything_private_whatever_the_umask(self):
         for mask in (0o000, 0o777):
