@@ -21,16 +21,13 @@ if(MNEMORA_COVERAGE)
   add_link_options(--coverage)
 endif()
 
-# Debug information names the folder of the sources; scripts/reproduce builds without.
-option(MNEMORA_WITHOUT_PATHS "Keep the folder of the sources out of what is built" OFF)
-if(MNEMORA_WITHOUT_PATHS)
-  add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
-endif()
-
 add_compile_options(-fstack-protector-strong -fcf-protection)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_definitions(_FORTIFY_SOURCE=2)
+  # Debug information names files from the top of the sources, so that a commit gives the same
+  # binaries wherever it is built. A debugger started there finds them.
+  add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
 endif()
 
 set(MNEMORA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize names them")
