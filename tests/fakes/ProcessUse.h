@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <ostream>
+#include <thread>
 
 namespace mnemora::test {
 
@@ -19,6 +20,9 @@ struct ProcessUse {
     long descriptors = 0;
 
     [[nodiscard]] static ProcessUse now() {
+        // A sanitizer's runtime starts a thread of its own with the first one of the process.
+        static const bool started = (std::thread([] {}).join(), true);
+        static_cast<void>(started);
         const auto count = [](const char* folder) {
             return std::distance(std::filesystem::directory_iterator(folder), {});
         };
