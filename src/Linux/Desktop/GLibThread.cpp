@@ -11,6 +11,9 @@ namespace {
 
 using Job = std::function<void()>;
 
+/// Rounds of the loop for what is due at its end; a source that never rests must not hold it.
+constexpr int dueAtEnd = 100;
+
 gboolean runJob(gpointer job) {
     (*static_cast<Job*>(job))();
     return G_SOURCE_REMOVE;
@@ -28,6 +31,9 @@ GLibThread::GLibThread(const std::string& name)
           pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
           g_main_context_push_thread_default(context);
           g_main_loop_run(loop);
+          // What GIO has to let go of, it hands to this loop, also on behalf of what ended last.
+          for (int i = 0; i < dueAtEnd && g_main_context_iteration(context, FALSE); ++i) {
+          }
           g_main_context_pop_thread_default(context);
       }) {}
 

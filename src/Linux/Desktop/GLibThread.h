@@ -16,7 +16,7 @@ class GLibThread {
   public:
     /// `name` is what the thread is called in a debugger; at most 15 characters.
     explicit GLibThread(const std::string& name);
-    /// Ends the loop and joins; work that has not begun is dropped.
+    /// Ends the loop and joins, after what is due by then.
     ~GLibThread();
     GLibThread(const GLibThread&) = delete;
     GLibThread& operator=(const GLibThread&) = delete;

@@ -50,8 +50,7 @@ void ScreenCastPortal::Session::connected(desktop::GRef<GDBusConnection> connect
     if (!connection)
         return decide(Presence::absent);
     bus = std::move(connection);
-    // Ends with the connection.
-    (void)desktop::listenToBus(
+    ownerSignal = desktop::listenToBus(
         bus.get(),
         {"org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
          "/org/freedesktop/DBus", service},
@@ -265,6 +264,13 @@ void ScreenCastPortal::Session::withdraw() {
     state.failures = 0;
     state.notBefore = {};
     state.status = {};
+}
+
+void ScreenCastPortal::Session::close() {
+    end();
+    // Left to the connection's end, it would let go of its hold on the session after the thread.
+    if (ownerSignal != 0)
+        g_dbus_connection_signal_unsubscribe(bus.get(), std::exchange(ownerSignal, 0));
 }
 
 void ScreenCastPortal::Session::end(bool startsAgain) {

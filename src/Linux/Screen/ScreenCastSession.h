@@ -40,7 +40,7 @@ struct ScreenCastPortal::Session : std::enable_shared_from_this<ScreenCastPortal
     /// Ends a cast that gives no pictures any more; it is started again a little later.
     void castEnded();
     /// Ends the cast; the consent stays.
-    void close() { end(); }
+    void close();
     /// Ends the cast and forgets the consent, without a word of it as a failure.
     void withdraw();
 
@@ -84,6 +84,7 @@ struct ScreenCastPortal::Session : std::enable_shared_from_this<ScreenCastPortal
     unsigned generation = 0; // of starts; answers to former ones are void
     std::shared_ptr<void> request;
     std::string sessionPath;
+    guint ownerSignal = 0;
     guint closedSignal = 0;
     std::string lastReason; // what was last written to the log
 };
