@@ -4,6 +4,7 @@
 #include "Linux/Browsers/BrowserTable.h"
 #include "Linux/Browsers/PageScript.h"
 #include "Linux/Browsers/PeerProcess.h"
+#include "Text/Characters.h"
 
 #include <algorithm>
 #include <array>
@@ -19,6 +20,8 @@ constexpr std::chrono::milliseconds patience{1300};
 /// In bytes. The program keeps 6000 characters of a page, each of them four bytes at most as long
 /// as it is a single code point.
 constexpr std::size_t longestText = 24 << 10;
+/// In characters, as from the extension: an address can hold a whole document.
+constexpr long long longestAddress = 128 << 10;
 /// A browser's own buttons and bars lie less deep than this above its page.
 constexpr int deepestDocument = 24;
 constexpr std::size_t mostObjectsInABar = 400;
@@ -60,8 +63,8 @@ class PageReader {
 
     [[nodiscard]] std::optional<std::string> address(const AccessibleObject& document) {
         for (const char* name : {"URI", "DocURL"}) // Chromium's and WebKit's
-            if (auto address = tree_.documentAttribute(document, name); !address.empty())
-                return address;
+            if (const auto address = tree_.documentAttribute(document, name); !address.empty())
+                return std::string(firstCharacters(address, longestAddress));
         return std::nullopt;
     }
 
