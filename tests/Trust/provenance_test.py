@@ -13,7 +13,7 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(sys.argv[1]).resolve()
-LOCKS = ("scripts/wheels.lock", "scripts/weights/requirements.txt", "tests/client/requirements.txt")
+LOCK = "scripts/wheels.lock"
 LICENSES = pathlib.PurePosixPath("usr/share/doc/mnemora/licenses")
 
 
@@ -29,14 +29,12 @@ def scripts():
 
 class ProvenanceTest(unittest.TestCase):
     def test_everything_fetched_has_one_version_and_one_digest(self):
-        for name in LOCKS:
-            lines = [line for line in text_of(name).splitlines() if line and line[0] != "#"]
-            self.assertTrue(lines, name)
-            for line in lines:
-                with self.subTest(lock=name):
-                    self.assertRegex(line, r"^[\w.-]+==[\w.]+ --hash=sha256:[0-9a-f]{64}$")
+        lines = [line for line in text_of(LOCK).splitlines() if line and line[0] not in "#["]
+        self.assertGreater(len(lines), 40)
+        for line in lines:
+            self.assertRegex(line, r"^[\w.-]+==[\w.]+ --hash=sha256:[0-9a-f]{64}$")
 
-    def test_nothing_is_fetched_past_the_lock_files(self):
+    def test_nothing_is_fetched_past_the_lock_file(self):
         fetchers = r"\b(curl|wget|urlretrieve|urlopen|ExternalProject_Add|FetchContent_Declare)\b"
         for name in scripts():
             with self.subTest(script=name):
