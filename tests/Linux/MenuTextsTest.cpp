@@ -13,6 +13,10 @@ TEST(MenuTexts, ShowATitleInOneLineAndItsOwnSigns) {
     const std::string endless = "e" + std::string(100'000, '.');
     EXPECT_LE(shownTitle(endless).size(), 300);
     EXPECT_TRUE(shownTitle(endless).startsWith(QStringLiteral("e...")));
+    std::string faces; // of two UTF-16 units each
+    for (int i = 0; i < 200; ++i)
+        faces += "\U0001F600";
+    EXPECT_EQ(shownTitle(faces).toStdString(), faces.substr(0, 149UL * 4) + "\u2026");
 }
 
 } // namespace

@@ -26,8 +26,10 @@ using Steady = std::chrono::steady_clock;
 constexpr auto shortestRest = std::chrono::seconds(1);
 constexpr int restsPerReading = 10;
 constexpr Steady::duration longestRest = std::chrono::seconds(30);
-// GIO tells of no change where it hasn't read, so whether a trap has gone is looked at.
-constexpr auto restAtTrap = std::chrono::seconds(5);
+// GIO tells of no change where it hasn't read, so whether a trap has gone is looked at: soon, and
+// ever more seldom while it stays.
+constexpr Steady::duration shortestRestAtTrap = std::chrono::seconds(5);
+constexpr Steady::duration longestRestAtTrap = std::chrono::minutes(5);
 // As long as the first application isn't named wrongly because a disk is slow.
 constexpr auto patienceAtStart = std::chrono::milliseconds(1500);
 
@@ -132,7 +134,9 @@ struct DesktopEntries::Shared {
     bool isOutdated = true;
     bool isRead = false; // or tried to be
     bool isOver = false;
-    std::optional<fs::path> trap; // the reading thread only
+    // The reading thread only.
+    std::optional<fs::path> trap;
+    Steady::duration restAtTrap = shortestRestAtTrap;
 
     /// Keeps what is known where reading might not end.
     void read() {
@@ -147,6 +151,16 @@ struct DesktopEntries::Shared {
         changed.notify_all();
     }
 
+    /// How long to let be what took so long to read.
+    Steady::duration restAfter(Steady::duration reading) {
+        const auto rest =
+            std::clamp<Steady::duration>(restsPerReading * reading, shortestRest, longestRest);
+        const auto following =
+            trap ? std::min(2 * restAtTrap, longestRestAtTrap) : shortestRestAtTrap;
+        const auto atTrap = std::exchange(restAtTrap, following);
+        return trap ? std::max(rest, atTrap) : rest;
+    }
+
     /// Reads whenever the entries have changed, after a rest.
     void follow() {
         std::unique_lock lock(mutex);
@@ -156,9 +170,7 @@ struct DesktopEntries::Shared {
             lock.unlock();
             const auto began = Steady::now();
             read();
-            const Steady::duration shortest = trap ? restAtTrap : shortestRest;
-            const auto rest =
-                std::clamp(restsPerReading * (Steady::now() - began), shortest, longestRest);
+            const auto rest = restAfter(Steady::now() - began);
             lock.lock();
             changed.wait_for(lock, rest, isEnding);
             isOutdated = isOutdated || trap;

@@ -61,7 +61,8 @@ class EntryIndex : public EntrySource {
 
 /// The entries installed for this user, read when it is made and again whenever they change, on a
 /// thread of its own that rests after each reading: a change is known after a second, or ten times
-/// what reading takes.
+/// what reading takes. Where reading might never end, what was known stays; that this is over is
+/// known after 5 s at first, later after as long as it lasted, at most 5 min.
 class DesktopEntries : public EntrySource {
   public:
     /// Waits for the first reading (some ten milliseconds), at most 1.5 s; until it is over nothing

@@ -18,8 +18,12 @@ bool isCommand(QChar character) {
 
 QString shownTitle(const std::string& title) {
     auto text = QString::fromStdString(title);
-    if (text.size() > longestTitle)
-        text = text.left(longestTitle - 1) + QChar(0x2026);
+    if (text.size() > longestTitle) {
+        text.truncate(longestTitle - 1);
+        if (text.back().isHighSurrogate()) // half a character
+            text.chop(1);
+        text += QChar(0x2026);
+    }
     for (auto& character : text)
         if (isCommand(character))
             character = u' ';

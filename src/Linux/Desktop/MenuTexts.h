@@ -7,7 +7,9 @@
 
 namespace mnemora::desktop {
 
-/// The title on one line; control characters, tabulators among them, are blanks.
+/// The title on one line: blanks stand for control characters, tabulators among them, and for the
+/// marks that turn the direction of writing. At most 300 UTF-16 units, the last one an ellipsis
+/// where it was longer.
 [[nodiscard]] QString shownTitle(const std::string& title);
 
 /// For the toolkit's menus and buttons, where "&" marks the letter that chooses an item.

@@ -37,7 +37,10 @@ void finish(GObject* /*source*/, GAsyncResult* result, gpointer data) {
     const GRef<GDBusConnection> connection(g_dbus_connection_new_for_address_finish(result, &raw));
     const GErrorRef error(raw);
     handshake->isOver = true;
-    handshake->isTooLate = g_error_matches(raw, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
+    // The latter where so many wait for a bus that hangs that no more may (connect(2), EAGAIN).
+    for (const int late : {G_IO_ERROR_CANCELLED, G_IO_ERROR_WOULD_BLOCK})
+        handshake->isTooLate =
+            handshake->isTooLate || g_error_matches(raw, G_IO_ERROR, late) != FALSE;
 }
 
 gboolean cancel(gpointer cancellable) {

@@ -109,12 +109,14 @@ std::unique_ptr<X11Screen> X11Screen::opened() {
     Opened connection(xcb_connect(nullptr, &number));
     if (xcb_connection_has_error(connection.get()) != 0)
         return nullptr;
+    // Outlives the deadline, which mustn't end another's connection of the same number.
+    std::unique_ptr<X11Screen> screen;
     const Deadline deadline(xcb_get_file_descriptor(connection.get()),
                             steady_clock::now() + patience);
     const auto* shown = screenOf(connection.get(), number);
     if (shown == nullptr)
         return nullptr;
-    std::unique_ptr<X11Screen> screen(new X11Screen(std::move(connection), *shown));
+    screen.reset(new X11Screen(std::move(connection), *shown));
     // A client that the server doesn't trust gets an error instead of pixels.
     if (!screen->hasUsablePixels() || !screen->sentPicture({0, 0, 0, 1, 1}))
         return nullptr;

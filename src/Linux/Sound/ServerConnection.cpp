@@ -111,7 +111,9 @@ void ServerConnection::refresh() {
 void ServerConnection::told(const pa_server_info& facts) {
     told_ = Defaults::of(facts);
     const std::string_view server = facts.server_name != nullptr ? facts.server_name : "";
-    if (server.find("PipeWire") != std::string_view::npos && !second_)
+    // One that is due sooner stays: events without end would put it off for ever.
+    const bool isDueSooner = nextCheck_ != nullptr && due_ <= pa_rtclock_now() + checkAfterEvent;
+    if (server.find("PipeWire") != std::string_view::npos && !second_ && !isDueSooner)
         checkIn(checkAfterEvent, &ServerConnection::beginCheck);
     events_.facts(*this, facts);
 }
@@ -199,7 +201,8 @@ void ServerConnection::checkIn(pa_usec_t microseconds, void (ServerConnection::*
         api->time_free(std::exchange(self.nextCheck_, nullptr));
         (self.*self.checkStep_)();
     };
-    nextCheck_ = pa_context_rttime_new(context_.get(), pa_rtclock_now() + microseconds, due, this);
+    due_ = pa_rtclock_now() + microseconds;
+    nextCheck_ = pa_context_rttime_new(context_.get(), due_, due, this);
 }
 
 std::string ServerConnection::reason() const {

@@ -84,6 +84,7 @@ class ServerConnection {
     bool differed_ = false;         // also at the last check
     ContextHandle second_;          // during a check
     pa_time_event* nextCheck_ = nullptr;
+    pa_usec_t due_ = 0;                               // when nextCheck_ is, by pa_rtclock_now()
     void (ServerConnection::*checkStep_)() = nullptr; // what nextCheck_ will run
 };
 
