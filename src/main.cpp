@@ -5,18 +5,19 @@
 #include "Platform/CoreServices.h"
 #include "Platform/SystemClock.h"
 #include "Store/MnemoraStore.h"
+#include "Support/CoreFiles.h"
 #include "Support/Installation.h"
 #include "Support/Module.h"
 #include "ToolServer/MCPServer.h"
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <malloc.h>
 #include <memory>
 #include <string_view>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -25,13 +26,6 @@ using namespace mnemora;
 
 /// The process's one store; handed explicitly to whatever needs it.
 std::unique_ptr<MnemoraStore> store;
-
-/// The memory of a process that holds everything its user reads must not land in a core file.
-void forbidCoreDumps() {
-    // At 0 the kernel still feeds a dump to a handler program, at 1 it never does (core(5)).
-    const rlimit none{.rlim_cur = 1, .rlim_max = 1};
-    setrlimit(RLIMIT_CORE, &none);
-}
 
 /// A descriptor that the starter closed would be given to the first file that we open, and what
 /// is written to the standard streams would land in it.
@@ -71,7 +65,8 @@ void keepMemorySmall() {
     mallopt(M_TRIM_THRESHOLD, large);
 }
 
-void runApplication(int argc, char** argv) {
+/// False when the installation lacks the desktop module.
+bool runApplication(int argc, char** argv) {
     keepMemorySmall();
     openStore();
     std::string reason = "it has no entry";
@@ -83,21 +78,21 @@ void runApplication(int argc, char** argv) {
     else
         logError("desktop module unavailable: " + reason);
     store.reset();
+    return run != nullptr;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     fillStandardStreams();
-    forbidCoreDumps();
+    coreFiles::forbid();
     // A reader that goes away, of replies or of the log, shows as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
     const bool asServer = std::any_of(argv, argv + argc, [](const char* argument) {
         return std::string_view(argument) == "--mcp";
     });
-    if (asServer)
-        serveTools();
-    else
-        runApplication(argc, argv);
-    return 0;
+    if (!asServer)
+        return runApplication(argc, argv) ? EXIT_SUCCESS : EXIT_FAILURE;
+    serveTools();
+    return EXIT_SUCCESS;
 }

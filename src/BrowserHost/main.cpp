@@ -6,6 +6,7 @@
 #include "Linux/Browsers/BrowserIntegration.h"
 #include "Linux/Browsers/PageSocket.h"
 #include "Linux/Browsers/PeerProcess.h"
+#include "Support/CoreFiles.h"
 
 #include <csignal>
 #include <cstdio>
@@ -13,7 +14,6 @@
 #include <exception>
 #include <filesystem>
 #include <string_view>
-#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace mnemora::browsers;
@@ -77,8 +77,7 @@ int relay() {
 } // namespace
 
 int main(int argc, char** argv) {
-    const rlimit none{.rlim_cur = 1, .rlim_max = 1}; // pages pass through: no core files (core(5))
-    setrlimit(RLIMIT_CORE, &none);
+    mnemora::coreFiles::forbid(); // pages pass through
     const std::string_view argument = argc > 1 ? argv[1] : "";
     try {
         if (argument.starts_with("chrome-extension://"))

@@ -96,7 +96,7 @@ void denyFiles() {
 void enterBackground(Share share) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     prctl(PR_SET_DUMPABLE, 0);
-    const rlimit none{0, 0};
+    const rlimit none{1, 1}; // at 0 a handler program would still be fed (core(5))
     setrlimit(RLIMIT_CORE, &none);
     // More than twice what the engines reserve with a screen of 8K; they fill less than half of
     // that. A picture or a sound that drives one further ends that engine instead of the desktop.

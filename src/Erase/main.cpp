@@ -4,12 +4,12 @@
 #include "Erase/EraseOptions.h"
 #include "Platform/SystemClock.h"
 #include "Store/DatabaseFile.h"
+#include "Support/CoreFiles.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -84,7 +84,10 @@ bool isOurs(const std::filesystem::path& path) {
 int run(const EraseOptions& options) {
     const auto database = databasePath();
     std::error_code error;
-    if (!std::filesystem::exists(database, error)) {
+    const bool isThere = std::filesystem::exists(database, error);
+    if (error)
+        return fail(failed, "the memory can't be reached: " + error.message());
+    if (!isThere) {
         std::puts("Nothing is stored.");
         return EXIT_SUCCESS;
     }
@@ -111,8 +114,7 @@ int run(const EraseOptions& options) {
 } // namespace
 
 int main(int count, char** words) {
-    const rlimit none{.rlim_cur = 1, .rlim_max = 1}; // as the program itself: no core files
-    setrlimit(RLIMIT_CORE, &none);
+    coreFiles::forbid();
     const auto parsed = parseEraseOptions({words + 1, words + count}, SystemClock());
     if (const auto* wrong = std::get_if<std::string>(&parsed))
         return fail(wrongUsage, *wrong + " (--help tells more)");

@@ -218,6 +218,12 @@ TEST_F(EraseTest, MakesNothingWhereNothingIs) {
     files::create_directories(home.dataFolder());
     std::ofstream(home.dataFolder() / "mnemora.sqlite") << std::string(5000, 'x');
     EXPECT_EQ(erase({"--all", "--yes"}).status, 1);
+    // What can't be looked at may well be there.
+    files::remove_all(home.dataFolder());
+    files::create_directory_symlink(home.dataFolder(), home.dataFolder());
+    const auto run = erase({"--all", "--yes"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.output, "");
 }
 
 } // namespace

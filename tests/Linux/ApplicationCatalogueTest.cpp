@@ -1,9 +1,7 @@
 #include "Linux/Desktop/ApplicationCatalogue.h"
 #include "Capture/BrowserInspector.h"
 #include "Capture/Privacy.h"
-#include "Linux/Desktop/AddressOpener.h"
 #include "Linux/Desktop/PageAddress.h"
-#include "fakes/CapturedStderr.h"
 
 #include <gtest/gtest.h>
 
@@ -250,15 +248,6 @@ TEST(ProcessFacts, TellThisProcessAndNothingOfOneThatIsGone) {
     EXPECT_FALSE(facts.keepsNothing);
     EXPECT_EQ(processFacts(0), ProcessFacts());
     EXPECT_TRUE(processFacts(1 << 30).executable.empty());
-}
-
-TEST(AddressOpener, SaysWhatNoProgramOpensAndNothingOfTheAddress) {
-    const test::CapturedStderr log;
-    EXPECT_FALSE(openAddress("no scheme at all"));
-    EXPECT_EQ(log.text(), "");
-    EXPECT_FALSE(openAddress("x-nobody-opens-this://host/private?q=words"));
-    EXPECT_EQ(log.text(), "[mnemora][error] no program here opens addresses of the kind "
-                          "x-nobody-opens-this\n");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "Linux/Desktop/DesktopApplication.h"
 #include "Platform/DesktopServices.h"
+#include "Support/CoreFiles.h"
 #include "fakes/Eventually.h"
 #include "fakes/FakeShell.h"
 #include "fakes/TemporaryHome.h"
@@ -78,7 +79,8 @@ TEST(DesktopApplication, StartsAProgramOfItsOwnSessionWithoutOurDescriptors) {
         script(home.path() / "a \"b\" $HOME `id` 'c'\nd" / "pro gram",
                "exec >\"$REPORT\"\nls /proc/self/fd | tr '\\n' ' '\necho\n"
                "sed 's/.*) //' /proc/$$/stat | cut -d' ' -f2-4\necho $$\ntr -d '\\0' "
-               "</proc/$$/status | grep -E 'SigBlk|SigIgn'\necho end");
+               "</proc/$$/status | grep -E 'SigBlk|SigIgn'\n"
+               "grep 'core file' /proc/$$/limits\necho end");
     setenv("REPORT", report.c_str(), 1);
     const auto formerPipe = std::signal(SIGPIPE, SIG_IGN); // as the program does
     sigset_t one;
@@ -88,6 +90,8 @@ TEST(DesktopApplication, StartsAProgramOfItsOwnSessionWithoutOurDescriptors) {
     pthread_sigmask(SIG_BLOCK, &one, &formerMask);
     const int leaked = open("/dev/null", O_RDONLY); // not close-on-exec
     ASSERT_GT(leaked, 2);
+    const auto formerLimits = contents("/proc/self/limits");
+    coreFiles::forbid();
     desktop::DesktopApplication application([] {});
     ASSERT_TRUE(
         application.startDetached("/bin/sh", {"-c", AppRelauncher::command(program.string())}));
@@ -117,6 +121,9 @@ TEST(DesktopApplication, StartsAProgramOfItsOwnSessionWithoutOurDescriptors) {
     EXPECT_EQ(blocked, "SigBlk:\t0000000000000000");
     const auto signals = std::stoull(ignored.substr(ignored.find('\t') + 1), nullptr, 16);
     EXPECT_EQ(signals & (1ULL << (SIGPIPE - 1)), 0U) << ignored;
+    std::string limit;
+    std::getline(lines, limit);
+    EXPECT_THAT(formerLimits, testing::HasSubstr("\n" + limit + "\n"));
 }
 
 TEST(DesktopApplication, SaysWhenAProgramCannotBeStarted) {

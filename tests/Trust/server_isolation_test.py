@@ -94,7 +94,7 @@ class ServerIsolationTest(unittest.TestCase):
             with self.subTest(path=path, writes=writes):
                 inside = any((path + "/").startswith(folder) for folder in writable)
                 if writes:
-                    self.assertTrue(inside or path == "/dev/null")
+                    self.assertTrue(inside or path in ("/dev/null", "/proc/self/coredump_filter"))
                 elif not inside and not any(path.startswith(folder) for folder in own):
                     self.assertRegex(path, f"^({SYSTEM.pattern})$")
 
@@ -106,7 +106,10 @@ class ServerIsolationTest(unittest.TestCase):
 
     def test_leaves_no_core_file(self):
         host = PREFIX / "libexec/mnemora/mnemora-browser-host"
-        for command in ([PROGRAM, "--mcp"], [host, "chrome-extension://id/"]):
+        # Root may raise a hard limit.
+        as_user = ["setpriv", "--bounding-set", "-sys_resource"] if os.geteuid() == 0 else []
+        for command in ([PROGRAM, "--mcp"], [host, "chrome-extension://id/"],
+                        [*as_user, "prlimit", "--core=0:0", host, "chrome-extension://id/"]):
             with self.subTest(command=command), subprocess.Popen(
                     command, stdin=subprocess.PIPE, env=self.environment, stdout=subprocess.DEVNULL,
                     stderr=subprocess.DEVNULL) as process:

@@ -28,9 +28,12 @@ def require_tracing():
 
 
 def leaves_no_core(pid):
-    """Whether a process may leave no core file, nor feed one to a handler (core(5))."""
-    limits = pathlib.Path(f"/proc/{pid}/limits").read_text(encoding="ascii")
-    return re.search(r"^Max core file size +([01]) +\1 ", limits, re.MULTILINE) is not None
+    """Whether a process may leave no core file, nor feed one to a handler (core(5)): at a soft
+    limit of 1, or else by putting nothing into it. At 0 a handler would be fed."""
+    facts = pathlib.Path(f"/proc/{pid}")
+    limits = (facts / "limits").read_text(encoding="ascii")
+    return (re.search(r"^Max core file size +1 ", limits, re.MULTILINE) is not None
+            or int((facts / "coredump_filter").read_text(encoding="ascii"), 16) == 0)
 
 
 def strace(trace, calls):

@@ -1,5 +1,6 @@
 #include "Linux/Desktop/DesktopApplication.h"
 
+#include "Support/CoreFiles.h"
 #include "Support/FileDescriptor.h"
 
 #include <cerrno>
@@ -30,6 +31,7 @@ namespace {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     signal(SIGPIPE, SIG_DFL); // what is ignored stays ignored across exec
+    coreFiles::allowAgain();
     const auto first = static_cast<unsigned>(STDERR_FILENO + 1);
     if (report > STDERR_FILENO + 1)
         syscall(SYS_close_range, first, static_cast<unsigned>(report - 1), 0U);
