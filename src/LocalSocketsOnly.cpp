@@ -1,7 +1,7 @@
-// Shuts the network to the whole process, for what libraries would do unasked: those of X, sound
-// and the message bus follow an address into the network when an environment variable, a property
-// of the display or a configuration file names one, and X's tries this computer's own port 6000
-// where a display has no socket.
+// Shuts the network to what libraries would open unasked, by socket() and getaddrinfo(): those of
+// X, sound and the message bus follow an address into the network when an environment variable, a
+// property of the display or a configuration file names one, and X's tries this computer's own port
+// 6000 where a display has no socket. What calls the kernel by itself isn't held.
 //
 // A function that the executable defines comes before the C library's in every library's look-up,
 // of those opened later too (ld.so(8)). Programs that are started from here have the C library's.

@@ -31,16 +31,16 @@ class RecordingTest(ProgramTest):
         super().setUp()
         self.desk = self.window("Notes")
 
-    def start(self, *tracer):
-        self.launch(*tracer).wait_for_title("Notes")
+    def start(self, *tracer, **environment):
+        self.launch(*tracer, **environment).wait_for_title("Notes")
 
-    def start_traced(self):
+    def start_traced(self, **environment):
         """To be looked at for sockets at the end, where processes can be traced."""
         if not traced.is_possible():
-            return self.start()
+            return self.start(**environment)
         trace = self.folder / "trace"
         self.addCleanup(lambda: self.assertEqual(traced.Trace(trace).socket_families(), {"AF_UNIX"}))
-        return self.start(*traced.strace(trace, "socket"))
+        return self.start(*traced.strace(trace, "socket"), **environment)
 
     def call(self):
         window = self.window("Weekly call", "Three people.", "+80+200", window_class="zoom")
@@ -55,15 +55,16 @@ class RecordingTest(ProgramTest):
                 return window
         return None
 
-    def press_record(self):
+    def press_record(self, outcome=STARTED):
         panel = wait_until(self.panel, what="the consent panel")
         size = geometry(panel)
         xdotool("mousemove", "--sync", "--window", panel, str(size["WIDTH"] - 45),
                 str(size["HEIGHT"] - 28))
         xdotool("click", "1")
-        self.wait_for_log(STARTED)
+        self.wait_for_log(outcome)
         wait_until(lambda: not self.panel(), what="the panel's end")
-        wait_until(lambda: self.our_streams() == 2, what="both sides' sound")
+        streams = 2 if outcome == STARTED else 0
+        wait_until(lambda: self.our_streams() == streams, what="both sides' sound, or none")
 
     @staticmethod
     def our_streams():
@@ -136,6 +137,11 @@ class RecordingTest(ProgramTest):
         self.play("MicFeed", self.voice("slt", "The garden is full of yellow flowers this morning."))
         wait_until(lambda: "flowers" in self.said_by("You"), PATIENCE, "words after the restart")
         self.assertEqual(self.log().count(STARTED), 1)
+
+    def test_it_follows_no_address_of_a_sound_server_into_the_network(self):
+        self.start_traced(PULSE_SERVER="tcp:127.0.0.1:9")
+        self.call()
+        self.press_record("microphone refused: ")
 
 
 if __name__ == "__main__":
