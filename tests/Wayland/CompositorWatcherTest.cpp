@@ -2,6 +2,7 @@
 
 #include "Wayland/FakeCompositor.h"
 #include "fakes/CapturedStderr.h"
+#include "fakes/ProcessUse.h"
 #include "fakes/ScopedVariable.h"
 
 #include <gtest/gtest.h>
@@ -93,6 +94,44 @@ TEST_F(CompositorWatcherTest, KeepsNobodyWaitingForACompositorThatHangs) {
         EXPECT_EQ(watcher.last().windows->size(), 1U);
     }
     EXPECT_EQ(read(watcher).windows->size(), 1U);
+}
+
+// A minute of readings used to fill the socket, and then the connection was lost.
+TEST_F(CompositorWatcherTest, KeepsItsConnectionThroughALongHang) {
+    FakeCompositor compositor({});
+    const auto connection = Connection::open();
+    ASSERT_TRUE(connection);
+    {
+        const auto hanging = compositor.hang();
+        for (int reading = 0; reading < 1500; ++reading)
+            ASSERT_FALSE(connection->roundtrip(1ms));
+    }
+    EXPECT_TRUE(connection->roundtrip(10s));
+    EXPECT_TRUE(connection->isAlive());
+}
+
+TEST_F(CompositorWatcherTest, AFloodIsReadAndAListWithoutEndCountsForNothing) {
+    auto before = test::ProcessUse::now();
+    {
+        FakeCompositor compositor({});
+        CompositorWatcher watcher(CompositorWatcher::Options{});
+        waitFor(watcher);
+        test::LongestWait longest;
+        for (int i = 0; i < 20'000; ++i) {
+            const auto window = std::to_string(i % 100);
+            compositor.describe(window, window + std::string(500, '\xFF'), "foot", {activated});
+            if (i % 100 == 0)
+                longest([&] { return watcher.read(50ms); });
+        }
+        EXPECT_LT(longest.longest(), 400ms);
+        EXPECT_EQ(read(watcher).windows->size(), 100U);
+        compositor.openUntold(1000);
+        EXPECT_EQ(read(watcher).windows->size(), 100U) << "nothing is known of the others";
+        compositor.openUntold(4000);
+        EXPECT_EQ(read(watcher).windows, std::nullopt);
+        EXPECT_TRUE(read(watcher).isConnected);
+    }
+    EXPECT_TRUE(before.comesBack()) << before << " before, " << test::ProcessUse::now() << " after";
 }
 
 TEST_F(CompositorWatcherTest, SaysOnceThatThereIsNone) {

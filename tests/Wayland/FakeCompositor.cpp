@@ -3,9 +3,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <ext-idle-notify-v1-server.h>
+#include <unistd.h>
 #include <wayland-server.h>
 #include <wlr-foreign-toplevel-management-unstable-v1-server.h>
 #include <wlr-output-power-management-unstable-v1-server.h>
+#include <wlr-screencopy-unstable-v1-server.h>
 
 namespace mnemora::wayland {
 
@@ -46,6 +48,45 @@ struct FakeCompositor::Bindings {
     }
     static void setMode(wl_client*, wl_resource*, std::uint32_t) {}
 
+    static FakeCompositor* of(wl_resource* resource) {
+        return static_cast<FakeCompositor*>(dataOf(resource));
+    }
+
+    // The library's own shared memory keeps the file to itself.
+    static void memory(wl_client* client, void* data, std::uint32_t version, std::uint32_t id) {
+        add(client, wl_shm_interface, version, id, &sharedMemory, data);
+    }
+    static void pool(wl_client* client, wl_resource* self, std::uint32_t id, std::int32_t file,
+                     std::int32_t) {
+        of(self)->memory_.reset(file);
+        add(client, wl_shm_pool_interface, 1, id, &sharedPool, nullptr);
+    }
+    static void buffer(wl_client* client, wl_resource*, std::uint32_t id, std::int32_t,
+                       std::int32_t, std::int32_t, std::int32_t, std::uint32_t) {
+        add(client, wl_buffer_interface, 1, id, &sharedBuffer, nullptr);
+    }
+    static void resize(wl_client*, wl_resource*, std::int32_t) {}
+    static void copier(wl_client* client, void* data, std::uint32_t version, std::uint32_t id) {
+        add(client, zwlr_screencopy_manager_v1_interface, version, id, &copyManager, data);
+    }
+    static void capture(wl_client* client, wl_resource* self, std::uint32_t id, std::int32_t,
+                        wl_resource*) {
+        const Copy& copy = of(self)->copy_;
+        auto* made = add(client, zwlr_screencopy_frame_v1_interface, 1, id, &frame, of(self));
+        if (copy.fails)
+            zwlr_screencopy_frame_v1_send_failed(made);
+        else if (copy.tells)
+            zwlr_screencopy_frame_v1_send_buffer(made, copy.format, copy.width, copy.height,
+                                                 copy.stride);
+    }
+    static void copy(wl_client*, wl_resource* self, wl_resource*) { of(self)->copyTo(self); }
+
+    static constexpr struct wl_shm_interface sharedMemory = {pool};
+    static constexpr struct wl_shm_pool_interface sharedPool = {buffer, destroy, resize};
+    static constexpr struct wl_buffer_interface sharedBuffer = {destroy};
+    static constexpr struct zwlr_screencopy_manager_v1_interface copyManager = {capture, nullptr,
+                                                                                destroy};
+    static constexpr struct zwlr_screencopy_frame_v1_interface frame = {copy, destroy, nullptr};
     static constexpr struct zwlr_foreign_toplevel_manager_v1_interface manager = {destroy};
     static constexpr struct ext_idle_notifier_v1_interface notifier = {destroy, notify};
     static constexpr struct ext_idle_notification_v1_interface notification = {destroy};
@@ -74,6 +115,10 @@ FakeCompositor::FakeCompositor(Offer offer) {
         offered(ext_idle_notifier_v1_interface, 1, Bindings::idle);
     if (offer.power)
         offered(zwlr_output_power_manager_v1_interface, 1, Bindings::powers);
+    if (offer.screencopy) {
+        offered(wl_shm_interface, 1, Bindings::memory);
+        offered(zwlr_screencopy_manager_v1_interface, 1, Bindings::copier);
+    }
     thread_ = std::thread([this] { run(); });
 }
 
@@ -125,6 +170,34 @@ void FakeCompositor::describe(const std::string& name, const std::string& title,
         wl_array_release(&array);
         zwlr_foreign_toplevel_handle_v1_send_done(window);
     });
+}
+
+void FakeCompositor::openUntold(int count) {
+    invoke([&] {
+        for (int i = 0; i < count; ++i) {
+            auto* window = wl_resource_create(wl_resource_get_client(manager_),
+                                              &zwlr_foreign_toplevel_handle_v1_interface,
+                                              wl_resource_get_version(manager_), 0);
+            wl_resource_set_implementation(window, &Bindings::window, nullptr, nullptr);
+            zwlr_foreign_toplevel_manager_v1_send_toplevel(manager_, window);
+        }
+    });
+}
+
+void FakeCompositor::setCopy(const Copy& copy) {
+    invoke([&] { copy_ = copy; });
+}
+
+void FakeCompositor::copyTo(wl_resource* frame) {
+    const std::vector<std::uint8_t> white(std::size_t{copy_.stride} * copy_.height, 255);
+    // Who takes it away may be kept from it.
+    [[maybe_unused]] const auto done = copy_.takesMemoryAway
+                                           ? ftruncate(memory_.get(), 0)
+                                           : pwrite(memory_.get(), white.data(), white.size(), 0);
+    if (copy_.strideLater != 0)
+        zwlr_screencopy_frame_v1_send_buffer(frame, copy_.format, copy_.width, copy_.height,
+                                             copy_.strideLater);
+    zwlr_screencopy_frame_v1_send_ready(frame, 0, 0, 0);
 }
 
 void FakeCompositor::close(const std::string& name) {

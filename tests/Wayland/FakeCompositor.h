@@ -2,6 +2,7 @@
 // A compositor's side of the protocols that the adapters speak, for sessions that can't be run
 // here and moments that a real one can't be made to show.
 
+#include "Support/FileDescriptor.h"
 #include "fakes/ScopedVariable.h"
 #include "fakes/TemporaryHome.h"
 
@@ -27,6 +28,15 @@ class FakeCompositor {
         bool toplevels = true;
         bool idle = false;  // ext-idle-notify-v1
         bool power = false; // wlr-output-power-management-unstable-v1, with one display
+        bool screencopy = false;
+    };
+    /// What it says of a copy of its screen, which is white, and does to who wants one.
+    struct Copy {
+        std::uint32_t format = 1; // XRGB8888
+        std::uint32_t width = 2, height = 2, stride = 8;
+        std::uint32_t strideLater = 0; // said again once the copy is made; 0: not
+        bool tells = true, fails = false;
+        bool takesMemoryAway = false; // instead of drawing
     };
     explicit FakeCompositor(Offer offer);
     ~FakeCompositor();
@@ -36,7 +46,10 @@ class FakeCompositor {
     /// Describes a window anew, or a new one; `states` as the protocol numbers them.
     void describe(const std::string& window, const std::string& title,
                   const std::string& application, const std::vector<std::uint32_t>& states);
+    /// Opens that many windows without a word of what they are.
+    void openUntold(int count);
     void close(const std::string& window);
+    void setCopy(const Copy& copy);
     void setIdle(bool isIdle);
     void setPower(bool isOn);
     /// Answers nothing for as long as the returned lock lives.
@@ -45,6 +58,7 @@ class FakeCompositor {
   private:
     struct Bindings; // what clients call
 
+    void copyTo(wl_resource* frame);
     void run();
     void invoke(const std::function<void()>& job);
 
@@ -58,7 +72,9 @@ class FakeCompositor {
     wl_resource* notification_ = nullptr;
     wl_resource* power_ = nullptr;
     std::map<std::string, wl_resource*> windows_;
-    bool isOver_ = false; // guarded by mutex_
+    Copy copy_;
+    FileDescriptor memory_; // the client's last
+    bool isOver_ = false;   // guarded by mutex_
     std::thread thread_;
 };
 

@@ -6,6 +6,8 @@
 #include "Linux/Desktop/SessionState.h"
 
 #include <algorithm>
+#include <atomic>
+#include <memory>
 #include <utility>
 
 namespace mnemora::desktop {
@@ -51,8 +53,13 @@ DesktopWorkspace::create(std::shared_ptr<MainLoop> mainLoop,
                          std::shared_ptr<const SessionState> session, const StartSource& start) {
     std::shared_ptr<DesktopWorkspace> workspace(
         new DesktopWorkspace(mainLoop, std::move(catalogue), std::move(session)));
-    workspace->source_ = start([mainLoop, weak = std::weak_ptr(workspace)] {
-        mainLoop->post([weak] {
+    // However fast the windows change, one turn is waiting for the main loop.
+    const auto isPosted = std::make_shared<std::atomic<bool>>(false);
+    workspace->source_ = start([mainLoop, isPosted, weak = std::weak_ptr(workspace)] {
+        if (isPosted->exchange(true))
+            return;
+        mainLoop->post([isPosted, weak] {
+            *isPosted = false;
             if (const auto self = weak.lock())
                 self->activeWindowChanged();
         });

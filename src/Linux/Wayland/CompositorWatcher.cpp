@@ -66,10 +66,11 @@ void CompositorWatcher::waitUntilKnown(std::chrono::milliseconds longest) const 
 void CompositorWatcher::run() {
     while (!isEnding()) {
         connect();
-        if (connection_) {
+        if (connection_)
             serve();
-            continue;
-        }
+        if (isEnding())
+            break;
+        // Also after a loss: one that lets go of everybody at once is not asked without end.
         pollfd wakeUp = {wakeUp_.get(), POLLIN, 0};
         const auto pause = std::chrono::milliseconds(retryPause).count();
         if (poll(&wakeUp, 1, static_cast<int>(pause)) > 0) {

@@ -1,11 +1,16 @@
 #include "Linux/Wayland/Connection.h"
 
+#include "Support/FileDescriptor.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <wayland-client.h>
 
 namespace mnemora::wayland {
@@ -15,6 +20,8 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto patienceAtStart = 1s;
+// A session has some dozens.
+constexpr std::size_t maxGlobals = 4096;
 
 std::string_view variable(const char* name) {
     const char* value = std::getenv(name);
@@ -33,6 +40,25 @@ Clock::time_point deadlineAfter(std::chrono::milliseconds patience) {
     return patience < 0ms ? Clock::time_point::max() : Clock::now() + patience;
 }
 
+/// To the compositor's socket; invalid, with errno set, where there is none. The library's own way
+/// would wait for ever once a compositor that hangs has as many callers waiting as it takes.
+FileDescriptor connected() {
+    // Relative to the folder unless it is a path of its own (wl_display_connect(3)).
+    const std::string name(variable("WAYLAND_DISPLAY"));
+    const auto path =
+        name.starts_with('/') ? name : std::string(variable("XDG_RUNTIME_DIR")) + '/' + name;
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return {};
+    }
+    path.copy(address.sun_path, path.size());
+    FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const auto* any = reinterpret_cast<const sockaddr*>(&address);
+    return made && connect(made.get(), any, sizeof address) == 0 ? std::move(made)
+                                                                 : FileDescriptor();
+}
+
 } // namespace
 
 bool isWaylandSession() {
@@ -43,6 +69,8 @@ struct Connection::Listeners {
     static void appeared(void* data, wl_registry*, std::uint32_t name, const char* interface,
                          std::uint32_t version) {
         auto* self = static_cast<Connection*>(data);
+        if (self->globals_.size() >= maxGlobals)
+            return;
         self->globals_.push_back({name, interface, version});
         if (self->appeared_)
             self->appeared_(self->globals_.back());
@@ -53,7 +81,10 @@ struct Connection::Listeners {
         if (self->gone_)
             self->gone_(name);
     }
-    static void done(void* data, wl_callback*, std::uint32_t) { *static_cast<bool*>(data) = true; }
+    static void done(void* data, wl_callback* question, std::uint32_t) {
+        wl_callback_destroy(question);
+        static_cast<Connection*>(data)->question_ = nullptr;
+    }
 
     static constexpr wl_registry_listener registry = {appeared, gone};
     static constexpr wl_callback_listener sync = {done};
@@ -72,7 +103,9 @@ std::unique_ptr<Connection> Connection::open(std::string* reason) {
     // The library would go on to a default name, which may be another session's of the same user.
     if (variable("WAYLAND_DISPLAY").empty())
         return fail("WAYLAND_DISPLAY is not set");
-    wl_display* display = wl_display_connect(nullptr);
+    FileDescriptor socket = connected();
+    // The library closes the descriptor, also when it fails.
+    wl_display* display = socket ? wl_display_connect_to_fd(socket.release()) : nullptr;
     if (display == nullptr)
         return fail("cannot connect to Wayland display " +
                     std::string(variable("WAYLAND_DISPLAY")));
@@ -89,6 +122,8 @@ Connection::Connection(wl_display* display)
 }
 
 Connection::~Connection() {
+    if (question_ != nullptr)
+        wl_callback_destroy(question_);
     if (registry_ != nullptr)
         wl_registry_destroy(registry_);
 }
@@ -128,17 +163,22 @@ void* Connection::bindFirst(const wl_interface& interface, std::uint32_t version
 }
 
 bool Connection::roundtrip(std::chrono::milliseconds patience) {
-    bool isDone = false;
     const auto deadline = deadlineAfter(patience);
-    wl_callback* callback = wl_display_sync(display_.get());
-    if (callback == nullptr)
+    // Questions that nobody reads would fill the socket until the library gives the connection up.
+    if (!awaitAnswer(deadline))
         return false;
-    wl_callback_add_listener(callback, &Listeners::sync, &isDone);
-    while (!isDone && isAlive() && Clock::now() < deadline)
+    question_ = wl_display_sync(display_.get());
+    if (question_ == nullptr)
+        return false;
+    wl_callback_add_listener(question_, &Listeners::sync, this);
+    return awaitAnswer(deadline);
+}
+
+bool Connection::awaitAnswer(Clock::time_point deadline) {
+    while (question_ != nullptr && isAlive() && Clock::now() < deadline)
         if (!dispatch(std::chrono::milliseconds(millisecondsUntil(deadline))))
             break;
-    wl_callback_destroy(callback); // an answer that comes later is dropped
-    return isDone;
+    return question_ == nullptr;
 }
 
 bool Connection::dispatch(std::chrono::milliseconds patience, int wakeUp) {

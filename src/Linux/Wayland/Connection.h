@@ -69,7 +69,7 @@ class Connection {
     }
 
     /// Sends what is waiting and handles events until the compositor has handled all requests made
-    /// so far. False when it is gone or takes longer.
+    /// so far. False when it is gone or takes longer; one that hangs is asked no second question.
     [[nodiscard]] bool roundtrip(std::chrono::milliseconds patience);
     /// Sends what is waiting and handles the events that have come, waiting for some at most
     /// `patience` (negative: for ever), or until `wakeUp` (where given) is readable. False when the
@@ -87,9 +87,11 @@ class Connection {
                                 std::uint32_t version) const;
     [[nodiscard]] void* bindFirst(const wl_interface& interface, std::uint32_t version) const;
     [[nodiscard]] bool flush(std::chrono::steady_clock::time_point deadline);
+    [[nodiscard]] bool awaitAnswer(std::chrono::steady_clock::time_point deadline);
 
     std::unique_ptr<wl_display, Disconnect> display_;
     wl_registry* registry_ = nullptr; // owned
+    wl_callback* question_ = nullptr; // of a round trip, not yet answered; owned
     std::vector<Global> globals_;
     std::function<void(const Global&)> appeared_;
     std::function<void(std::uint32_t)> gone_;

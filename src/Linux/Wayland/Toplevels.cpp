@@ -1,15 +1,19 @@
 #include "Linux/Wayland/Toplevels.h"
 
 #include "Linux/Desktop/FrontWindow.h"
+#include "Log.h"
 #include "Text/Encoding.h"
 
 #include <algorithm>
+#include <utility>
 #include <wlr-foreign-toplevel-management-unstable-v1.h>
 
 namespace mnemora::wayland {
 namespace {
 
 constexpr std::uint32_t knownVersion = 3;
+// Nobody has as many; a list without end would take memory without end.
+constexpr std::size_t maxWindows = 4096;
 
 std::string bounded(std::string text) {
     if (text.size() <= desktop::maxMarkBytes)
@@ -33,6 +37,10 @@ struct Toplevels::Listeners {
 
     static void toplevel(void* data, zwlr_foreign_toplevel_manager_v1*, Proxy* proxy) {
         auto* self = static_cast<Toplevels*>(data);
+        if (self->handles_.size() >= maxWindows)
+            self->giveUp();
+        if (self->isFinished_)
+            return zwlr_foreign_toplevel_handle_v1_destroy(proxy);
         Handle& handle = self->handles_.emplace_back();
         handle.owner = self;
         handle.proxy = proxy;
@@ -91,6 +99,14 @@ std::unique_ptr<Toplevels> Toplevels::create(const Connection& connection) {
 
 Toplevels::Toplevels(zwlr_foreign_toplevel_manager_v1* manager) : manager_(manager) {
     zwlr_foreign_toplevel_manager_v1_add_listener(manager_, &Listeners::list, this);
+}
+
+/// A list that lacks windows could lack a private one.
+void Toplevels::giveUp() {
+    if (std::exchange(isFinished_, true))
+        return;
+    ++changes_;
+    logError("the compositor lists too many windows: its list counts for nothing");
 }
 
 Toplevels::~Toplevels() {

@@ -29,7 +29,8 @@ class Toplevels {
     [[nodiscard]] std::vector<ListedWindow> windows() const;
     /// Grows whenever a window appeared, went, or changed (see isChange).
     [[nodiscard]] std::uint64_t changes() const { return changes_; }
-    /// The compositor has ended the list; it stays empty then.
+    /// The compositor has ended the list, or lists more windows than there can be; it stays empty
+    /// then.
     [[nodiscard]] bool isFinished() const { return isFinished_; }
 
   private:
@@ -37,6 +38,7 @@ class Toplevels {
     struct Listeners; // what the protocol calls
 
     explicit Toplevels(zwlr_foreign_toplevel_manager_v1* manager);
+    void giveUp();
 
     zwlr_foreign_toplevel_manager_v1* manager_; // owned
     std::list<Handle> handles_;                 // each is known to the library by its address
