@@ -1,7 +1,11 @@
 #include "Linux/Screen/FrameLayout.h"
 
+#include "Support/FileDescriptor.h"
+
 #include <gtest/gtest.h>
 #include <limits>
+#include <string>
+#include <sys/mman.h>
 
 namespace mnemora {
 namespace {
@@ -40,6 +44,13 @@ TEST(FrameLayout, ReadsNothingBeyondTheProducersMemory) {
     for (const FrameLayout layout : {FrameLayout{}, {-5, 5}, {5, -5}, {huge, huge}, {1, huge}})
         EXPECT_FALSE(at(0, 0, layout));
     EXPECT_FALSE(imageIn(nullptr, 100, 0, 0, {5, 5}));
+    // A file shorter than its producer says.
+    const FileDescriptor file(memfd_create("frame", MFD_CLOEXEC));
+    ASSERT_TRUE(writeAll(file.get(), std::string(100, 'x')));
+    EXPECT_EQ(bytesInFile(file.get(), 0, 100), 100U);
+    EXPECT_EQ(bytesInFile(file.get(), 40, 100), 60U);
+    EXPECT_EQ(bytesInFile(file.get(), 100, 1), 0U);
+    EXPECT_EQ(bytesInFile(-1, 0, 100), 0U);
 }
 
 TEST(FrameLayout, PutsColoursInOurOrderAndTurnsPicturesUpright) {

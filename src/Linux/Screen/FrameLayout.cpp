@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sys/stat.h>
 #include <utility>
 
 namespace mnemora {
@@ -13,16 +14,25 @@ constexpr std::uint32_t transforms = 8;
 
 } // namespace
 
+std::size_t bytesInFile(int file, std::size_t offset, std::size_t size) {
+    struct stat facts {};
+    if (fstat(file, &facts) != 0 || facts.st_size < 0)
+        return 0;
+    const auto end = static_cast<std::size_t>(facts.st_size);
+    return offset < end ? std::min(size, end - offset) : 0;
+}
+
 std::optional<Image> imageIn(const std::uint8_t* memory, std::size_t size, std::size_t offset,
                              std::int64_t stride, const FrameLayout& layout) {
-    if (memory == nullptr || layout.width <= 0 || layout.height <= 0)
+    if (memory == nullptr || layout.width <= 0 || layout.height <= 0 ||
+        layout.width > maxFrameSide || layout.height > maxFrameSide)
         return std::nullopt;
     const auto row = static_cast<std::size_t>(layout.width) * bytesPerPixel;
     const auto rows = static_cast<std::size_t>(layout.height);
     // A negative stride becomes huge here.
     const auto step = stride == 0 ? row : static_cast<std::size_t>(stride);
     if (step < row || step > size || offset > size || size - offset < row ||
-        rows - 1 > (size - offset - row) / step)
+        rows - 1 > (size - offset - row) / step || row * rows > maxFrameBytes)
         return std::nullopt;
     auto pixels = std::make_shared<std::vector<std::uint8_t>>(row * rows);
     for (std::size_t y = 0; y < rows; ++y)

@@ -16,8 +16,18 @@ struct FrameLayout {
     bool isRedFirst = false; ///< red, green, blue instead of blue, green, red
 };
 
+/// Of a picture of a screen; more is no screen, only memory. The largest monitors (8K) have half
+/// of the bytes.
+inline constexpr int maxFrameSide = 16384;
+inline constexpr std::size_t maxFrameBytes = std::size_t{1 << 26} * 4;
+
+/// How much of `size` bytes from `offset` on lies within the file: to read what is mapped beyond
+/// the end of one ends the process (mmap(2), SIGBUS). 0 where there is no such file.
+[[nodiscard]] std::size_t bytesInFile(int file, std::size_t offset, std::size_t size);
+
 /// The picture in a producer's memory of `size` bytes, whose rows begin at `offset` and are
-/// `stride` bytes apart (0: close together); absent where that doesn't lie within the memory.
+/// `stride` bytes apart (0: close together); absent where that doesn't lie within the memory or is
+/// more than the above.
 [[nodiscard]] std::optional<Image> imageIn(const std::uint8_t* memory, std::size_t size,
                                            std::size_t offset, std::int64_t stride,
                                            const FrameLayout& layout);

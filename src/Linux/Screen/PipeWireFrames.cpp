@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::uint32_t maxSide = 16384;
+constexpr std::uint32_t maxSide = maxFrameSide;
 // A compositor that draws when a cast goes on does it with the next frame of the display.
 constexpr auto patienceAfterRest = 400ms;
 // As many pictures a second a change-driven cast may send; nobody needs more.
@@ -319,7 +319,10 @@ std::optional<Image> PipeWireFrames::heldImage() const {
     if (held_ == nullptr || !isStreaming_ || ended_)
         return std::nullopt;
     const spa_data& data = held_->buffer->datas[0];
-    return imageIn(static_cast<const std::uint8_t*>(data.data), data.maxsize, data.chunk->offset,
+    const std::size_t size = data.type == SPA_DATA_MemFd ? bytesInFile(static_cast<int>(data.fd),
+                                                                       data.mapoffset, data.maxsize)
+                                                         : data.maxsize;
+    return imageIn(static_cast<const std::uint8_t*>(data.data), size, data.chunk->offset,
                    data.chunk->stride, layout_);
 }
 

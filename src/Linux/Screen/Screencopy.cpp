@@ -4,6 +4,7 @@
 #include "Linux/Wayland/Connection.h"
 #include "Support/FileDescriptor.h"
 
+#include <fcntl.h>
 #include <optional>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -21,7 +22,8 @@ constexpr std::uint32_t shownVersion = 1; // of wl_output and wl_shm
 constexpr std::uint32_t copyVersion = 3;
 constexpr std::uint32_t versionWithBufferDone = 3;
 constexpr std::int32_t withoutCursor = 0;
-constexpr std::uint64_t maxBytes = 16384ULL * 16384 * 4;
+// A row may end in unused bytes, but not in more than it has pixels.
+constexpr std::uint64_t maxBytes = 2 * maxFrameBytes;
 
 template <auto destroy>
 struct Destroy {
@@ -38,12 +40,13 @@ using Copier =
     std::unique_ptr<zwlr_screencopy_manager_v1, Destroy<zwlr_screencopy_manager_v1_destroy>>;
 using Frame = std::unique_ptr<zwlr_screencopy_frame_v1, Destroy<zwlr_screencopy_frame_v1_destroy>>;
 
-/// Memory that the compositor writes into.
+/// Memory that the compositor writes into and can't take away, which would end whoever reads it.
 class SharedMemory {
   public:
     explicit SharedMemory(std::size_t size)
-        : file_(memfd_create("screen", MFD_CLOEXEC)), size_(size) {
-        if (!file_ || ftruncate(file_.get(), static_cast<off_t>(size)) != 0)
+        : file_(memfd_create("screen", MFD_CLOEXEC | MFD_ALLOW_SEALING)), size_(size) {
+        if (!file_ || ftruncate(file_.get(), static_cast<off_t>(size)) != 0 ||
+            fcntl(file_.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)
             return;
         void* mapped = mmap(nullptr, size, PROT_READ, MAP_SHARED, file_.get(), 0);
         bytes_ = mapped == MAP_FAILED ? nullptr : static_cast<const std::uint8_t*>(mapped);
@@ -163,6 +166,7 @@ Outcome<Image> copyOutput(Connection& connection, const Global& monitor) {
     const auto deadline = Clock::now() + patience;
     if (!await(connection, copy, copy.isDescribed, deadline))
         return Failure{"the compositor gave no picture"};
+    const auto stride = copy.stride; // whatever it says while it copies
     const auto layout = layoutOf(copy);
     if (!layout)
         return Failure{"the compositor's pixels are of an unknown kind"};
@@ -172,12 +176,11 @@ Outcome<Image> copyOutput(Connection& connection, const Global& monitor) {
     const Pool pool(
         wl_shm_create_pool(memory.get(), shared.file(), static_cast<std::int32_t>(shared.size())));
     const Buffer buffer(wl_shm_pool_create_buffer(pool.get(), 0, layout->width, layout->height,
-                                                  static_cast<std::int32_t>(copy.stride),
-                                                  copy.format));
+                                                  static_cast<std::int32_t>(stride), copy.format));
     zwlr_screencopy_frame_v1_copy(frame.get(), buffer.get());
     if (!await(connection, copy, copy.isReady, deadline))
         return Failure{"the compositor gave no picture"};
-    const auto image = imageIn(shared.bytes(), shared.size(), 0, copy.stride, *layout);
+    const auto image = imageIn(shared.bytes(), shared.size(), 0, stride, *layout);
     if (!image)
         return Failure{"the compositor's picture has no valid size"};
     return upright(copy.isUpsideDown ? flipped(*image) : *image, copy.transform);
