@@ -120,6 +120,14 @@ class FakeKWin {
 
 constexpr test::Eventually eventually{20s};
 
+std::string manyWindows(int count) {
+    std::string message = "[";
+    for (int i = 0; i < count; ++i)
+        message += R"({"title":"one of many"},)";
+    message.back() = count == 0 ? '[' : ' ';
+    return message + "]";
+}
+
 TEST(KWinWindows, AreToldByAKWinThatComesAndGoesAndByNobodyElse) {
     ASSERT_NE(std::getenv("DBUS_SESSION_BUS_ADDRESS"), nullptr) << "to be run by dbus-run-session";
     const test::TemporaryHome home;
@@ -150,8 +158,18 @@ TEST(KWinWindows, AreToldByAKWinThatComesAndGoesAndByNobodyElse) {
     GRef<GDBusConnection> stranger(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
     FakeKWin::tell(stranger.get(), kwin->target(), "[]");
     g_dbus_connection_flush_sync(stranger.get(), nullptr, nullptr);
-    kwin->say("not JSON");
     EXPECT_EQ(windows->read(5s)->windows->size(), 1U);
+    for (const std::string& odd :
+         {std::string("not JSON"), manyWindows(4097), std::string(17 << 20, ' ') + "[]"}) {
+        kwin->say(twoWindows);
+        EXPECT_EQ(windows->read(5s)->windows->size(), 2U);
+        kwin->say(odd);
+        EXPECT_EQ(windows->read(5s)->windows, std::nullopt) << "the former are outdated";
+    }
+    for (int i = 0; i < 2000; ++i)
+        kwin->say(manyWindows(i % 100));
+    kwin->say(R"([{"title":")" + std::string(1 << 20, 'x') + R"("}])");
+    EXPECT_LE(windows->read(20s)->windows->front().title.size(), 65536U);
 
     kwin.reset();
     EXPECT_TRUE(eventually([&] { return !areTold(); }));

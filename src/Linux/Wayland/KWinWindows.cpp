@@ -33,6 +33,8 @@ constexpr const char* description = "<node><interface name='app.mnemora.Windows'
                                     "</node>";
 constexpr int patienceMs = 3000;
 constexpr std::size_t maxWindows = 4096;
+constexpr std::size_t maxTitleBytes = 65536; // as of a window of the X server
+constexpr std::size_t maxMessageBytes = 16 << 20;
 
 // Names of both of KWin's generations, 5 and 6.
 constexpr std::string_view script = R"(
@@ -64,16 +66,16 @@ std::uint32_t numberOf(const std::string& identifier) {
     return static_cast<std::uint32_t>(std::hash<std::string>()(identifier)) | 1U;
 }
 
-std::string mark(std::string text) {
-    if (text.size() > desktop::maxMarkBytes)
-        text.resize(desktop::maxMarkBytes);
+std::string bounded(std::string text, std::size_t most = desktop::maxMarkBytes) {
+    if (text.size() > most)
+        text.resize(most);
     return cleanText(text);
 }
 
 ListedWindow windowOf(const nlohmann::json& item) {
     return {.number = numberOf(item.value("id", "")),
-            .title = cleanText(item.value("title", "")),
-            .applicationId = mark(item.value("application", "")),
+            .title = bounded(item.value("title", ""), maxTitleBytes),
+            .applicationId = bounded(item.value("application", "")),
             .process = item.value("process", 0),
             .isActive = item.value("active", false),
             .isMinimized = item.value("minimized", false)};
@@ -105,6 +107,8 @@ std::string kwinScript(const std::string& busName) {
 }
 
 std::optional<std::vector<ListedWindow>> parseKWinWindows(std::string_view message) {
+    if (message.size() > maxMessageBytes)
+        return std::nullopt;
     try {
         const auto list = nlohmann::json::parse(message);
         if (!list.is_array() || list.size() > maxWindows)
@@ -227,10 +231,10 @@ void KWinWindows::Listener::called(GDBusConnection*, const gchar* sender, const 
     auto* self = static_cast<Listener*>(data);
     const gchar* message = "";
     g_variant_get(arguments, "(&s)", &message);
-    // Anybody on the bus can call; only KWin knows.
+    // Anybody on the bus can call; only KWin knows. What can't be read says that something has
+    // changed, so the former list holds no more.
     if (!self->owner.empty() && self->owner == sender)
-        if (auto windows = parseKWinWindows(message))
-            self->publish(std::move(windows));
+        self->publish(parseKWinWindows(message));
     g_dbus_method_invocation_return_value(call, nullptr);
 }
 

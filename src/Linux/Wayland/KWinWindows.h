@@ -20,7 +20,7 @@ namespace mnemora::wayland {
 
 /// What the script last told.
 struct KWinState {
-    /// Absent while no KWin is there, or before its script's first word.
+    /// Absent while no KWin is there, before its script's first word and after one that is no list.
     std::optional<std::vector<ListedWindow>> windows = {};
     /// Grows whenever a window came to the front, appeared, went or changed (see isChange).
     std::uint64_t changes = 0;
@@ -28,8 +28,8 @@ struct KWinState {
     std::chrono::steady_clock::time_point changedAt = {};
 };
 
-/// The windows of the script's message, a JSON array of objects; absent when it is none. Safe on
-/// any text.
+/// The windows of the script's message, a JSON array of objects; absent when it is none, or one
+/// without measure. Safe on any text.
 [[nodiscard]] std::optional<std::vector<ListedWindow>> parseKWinWindows(std::string_view message);
 
 /// The script, which calls the program of this unique name on the bus.
