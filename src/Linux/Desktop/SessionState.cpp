@@ -4,10 +4,16 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <functional>
+#include <utility>
+#include <vector>
 
 namespace mnemora::desktop {
 namespace {
+
+using Steady = std::chrono::steady_clock;
 
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
 constexpr const char* loginService = "org.freedesktop.login1";
@@ -15,6 +21,7 @@ constexpr const char* loginSession = "org.freedesktop.login1.Session";
 // logind's name for the caller's session, or for the graphical one of the caller's user.
 constexpr const char* ownSession = "/org/freedesktop/login1/session/auto";
 constexpr int patienceMs = 2000;
+constexpr auto patience = std::chrono::milliseconds(patienceMs);
 
 struct ScreenSaver {
     const char* name; // of the service and of its interface
@@ -36,6 +43,17 @@ bool flag(GVariant* arguments) {
     return value != FALSE;
 }
 
+/// What a peer is asked each time it signals a change: one call at a time, so that one that floods
+/// is asked no more than it answers, and again when it hung.
+struct Enquiry {
+    BusMethod method;
+    const char* argument; // null for none
+    const char* replyType;
+    bool isUnderWay = false;
+    bool isDue = false; // something has changed since it was put
+    Steady::time_point putAt = {};
+};
+
 } // namespace
 
 // Callbacks hold it: the last one to come may come after the owner has gone.
@@ -45,13 +63,16 @@ struct SessionState::Listener : std::enable_shared_from_this<Listener> {
     std::atomic<bool> isActive = true;
     std::atomic<bool> isLocked = false;
     std::array<std::atomic<bool>, screenSavers.size()> isSaving{};
-    bool isOver = false; // this thread only, as the two below
+    bool isOver = false; // this thread only, as those below
+    Enquiry login{{loginService, ownSession, properties, "GetAll"}, loginSession, "(a{sv})"};
+    std::vector<Enquiry> saving;
     GRef<GDBusConnection> systemBus;
     GRef<GDBusConnection> sessionBus;
 
     void start();
     void connect(GBusType type, GRef<GDBusConnection> Listener::*bus,
                  void (Listener::*connected)());
+    void ask(GDBusConnection* bus, Enquiry& enquiry, const std::function<void(GVariant*)>& heard);
     void followLogin();
     void followScreenSavers();
     void askLogin();
@@ -82,6 +103,28 @@ void SessionState::Listener::connect(GBusType type, GRef<GDBusConnection> Listen
     g_bus_get(type, nullptr, finish, next.release());
 }
 
+void SessionState::Listener::ask(GDBusConnection* on, Enquiry& enquiry,
+                                 const std::function<void(GVariant*)>& heard) {
+    enquiry.isDue = enquiry.isUnderWay;
+    if (isOver || std::exchange(enquiry.isUnderWay, true))
+        return;
+    enquiry.putAt = Steady::now();
+    callBus(
+        on, enquiry.method,
+        enquiry.argument == nullptr ? nullptr : g_variant_new("(s)", enquiry.argument),
+        enquiry.replyType, patienceMs,
+        [self = shared_from_this(), on, &enquiry, heard](GVariant* answer, bool timedOut) {
+            enquiry.isUnderWay = false;
+            // One that is gone answers so too, but at once.
+            const bool hangs = timedOut && Steady::now() - enquiry.putAt >= patience / 2;
+            if (!hangs)
+                heard(answer);
+            if (enquiry.isDue || hangs)
+                self->ask(on, enquiry, heard);
+        },
+        G_DBUS_CALL_FLAGS_NO_AUTO_START);
+}
+
 void SessionState::Listener::followLogin() {
     const BusMatch changes{.sender = loginService,
                            .interface = properties,
@@ -95,18 +138,12 @@ void SessionState::Listener::followLogin() {
 
 // No answer means no logind, or no session that it knows: nobody tells.
 void SessionState::Listener::askLogin() {
-    if (isOver)
-        return;
-    callBus(
-        systemBus.get(), {loginService, ownSession, properties, "GetAll"},
-        g_variant_new("(s)", loginSession), "(a{sv})", patienceMs,
-        [self = shared_from_this()](GVariant* answer, bool) {
-            if (answer == nullptr)
-                return;
-            const GValueRef values(g_variant_get_child_value(answer, 0));
-            self->readLogin(values.get());
-        },
-        G_DBUS_CALL_FLAGS_NO_AUTO_START);
+    ask(systemBus.get(), login, [this](GVariant* answer) {
+        if (answer == nullptr)
+            return;
+        const GValueRef values(g_variant_get_child_value(answer, 0));
+        readLogin(values.get());
+    });
 }
 
 void SessionState::Listener::readLogin(GVariant* values) {
@@ -118,6 +155,8 @@ void SessionState::Listener::readLogin(GVariant* values) {
 }
 
 void SessionState::Listener::followScreenSavers() {
+    for (const ScreenSaver& saver : screenSavers)
+        saving.push_back({{saver.name, saver.path, saver.name, "GetActive"}, nullptr, "(b)"});
     for (std::size_t i = 0; i < screenSavers.size(); ++i) {
         const BusMatch changes{.interface = screenSavers[i].name, .member = "ActiveChanged"};
         [[maybe_unused]] const guint first = listenToBus(
@@ -137,16 +176,8 @@ void SessionState::Listener::followScreenSavers() {
 }
 
 void SessionState::Listener::askScreenSaver(std::size_t index) {
-    if (isOver)
-        return;
-    const ScreenSaver& saver = screenSavers[index];
-    callBus(
-        sessionBus.get(), {saver.name, saver.path, saver.name, "GetActive"}, nullptr, "(b)",
-        patienceMs,
-        [self = shared_from_this(), index](GVariant* answer, bool) {
-            self->isSaving[index] = flag(answer);
-        },
-        G_DBUS_CALL_FLAGS_NO_AUTO_START);
+    ask(sessionBus.get(), saving[index],
+        [this, index](GVariant* answer) { isSaving[index] = flag(answer); });
 }
 
 SessionState::SessionState(GLibThread& thread)
