@@ -3,6 +3,7 @@
 #include "Linux/Screen/ScreenCastPortal.h"
 
 #include "Screen/FakePortal.h"
+#include "fakes/BusService.h"
 #include "fakes/CapturedStderr.h"
 #include "fakes/Eventually.h"
 
@@ -277,6 +278,24 @@ TEST_F(ScreenCastPortalTest, LooksAgainForAPortalThatIsStillStarting) {
     EXPECT_EQ(cast.presence(), ScreenCastPortal::Presence::absent);
     portal_->thaw();
     EXPECT_TRUE(runs());
+}
+
+// Each coming used to add a look, and each look that isn't answered one more every while.
+TEST_F(ScreenCastPortalTest, AsksAPortalThatComesAndGoesWithoutEndNoMoreThanOnceAtATime) {
+    portal_.reset();
+    keep("old");
+    auto& cast = run();
+    std::optional<test::BusService> silent("org.freedesktop.portal.Desktop");
+    for (int coming = 0; coming < 200; ++coming) {
+        silent->leaveName();
+        silent->takeName();
+    }
+    EXPECT_TRUE(eventually([&] { return silent->calls() >= 3; })) << "it may be starting";
+    EXPECT_LT(silent->calls(), 20);
+    silent.reset();
+    portal_.emplace();
+    EXPECT_TRUE(runsAfterLooks());
+    EXPECT_TRUE(cast.isPermitted());
 }
 
 TEST_F(ScreenCastPortalTest, SurvivesGarbage) {

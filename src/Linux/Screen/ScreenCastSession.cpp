@@ -100,7 +100,12 @@ void ScreenCastPortal::Session::introduceOurselves(std::function<void()> then) {
                      });
 }
 
+/// One look at a time: of a portal that comes and goes without end, each coming would add a look,
+/// and each of those its own repetitions.
 void ScreenCastPortal::Session::look() {
+    isLookDue = isLooking;
+    if (std::exchange(isLooking, true))
+        return;
     introduceOurselves([this] {
         desktop::callBus(
             bus.get(), {service, objectPath, "org.freedesktop.DBus.Properties", "GetAll"},
@@ -110,15 +115,21 @@ void ScreenCastPortal::Session::look() {
                 const auto self = weak.lock();
                 if (!self)
                     return;
+                self->isLooking = false;
                 // One that is still starting has its name already and won't say when it is ready.
-                if (timedOut)
-                    self->after(self->options.pause, &Session::look);
+                if ((timedOut || self->isLookDue) && !std::exchange(self->looksLater, true))
+                    self->after(self->options.pause, &Session::lookAgain);
                 if (reply == nullptr)
                     return self->decide(Presence::absent);
                 const desktop::GValueRef properties(g_variant_get_child_value(reply, 0));
                 self->looked(properties.get());
             });
     });
+}
+
+void ScreenCastPortal::Session::lookAgain() {
+    looksLater = false;
+    look();
 }
 
 void ScreenCastPortal::Session::looked(GVariant* properties) {

@@ -52,6 +52,7 @@ struct ScreenCastPortal::Session : std::enable_shared_from_this<ScreenCastPortal
     void ownerChanged(bool isThere);
     void introduceOurselves(std::function<void()> then);
     void look();
+    void lookAgain();
     void looked(GVariant* properties);
     void decide(Presence presence);
 
@@ -78,6 +79,9 @@ struct ScreenCastPortal::Session : std::enable_shared_from_this<ScreenCastPortal
     desktop::GRef<GDBusConnection> bus;
     FrameStreamOpener opener;
     bool isIntroduced = false;
+    bool isLooking = false;  // one look at a time, as with the next two
+    bool isLookDue = false;  // another owner has come since
+    bool looksLater = false; // a timer runs
     bool hidesCursor = false;
     bool restores = false;   // the portal knows tokens
     bool isDialog = false;   // the start under way may show one
