@@ -25,9 +25,6 @@ add_compile_options(-fstack-protector-strong -fcf-protection)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_definitions(_FORTIFY_SOURCE=2)
-  # Debug information names files from the top of the sources, so that a commit gives the same
-  # binaries wherever it is built. A debugger started there finds them.
-  add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
 endif()
 
 set(MNEMORA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize names them")
