@@ -41,6 +41,16 @@ def ask(*requests):
     return [json.loads(line) for line in done.stdout.splitlines()]
 
 
+def in_front(title):
+    """Whether the window is; it is raised otherwise: where accessibility is slow to come up, the
+    program opens its own window first."""
+    if xdotool("getactivewindow", "getwindowname") == title:
+        return True
+    for window in xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()[:1]:
+        xdotool("windowactivate", window)
+    return False
+
+
 # No terminal: a root like this one has none to give to users.
 WINDOW = """
 import sys, tkinter
@@ -53,12 +63,9 @@ window = None
 with tempfile.TemporaryFile("w+") as log:
     program = subprocess.Popen([PROGRAM], stderr=log)
     try:
-        # Started for the first time, it puts its own window in front; what opens later covers that.
-        wait_until(lambda: xdotool("search", "--onlyvisible", "--name", "^Welcome to Mnemora$"),
-                   what="the setup window")
         window = subprocess.Popen(["python3", "-c", WINDOW, title,
                                    f"The {word} worktop is made of oak.\nDelivery on Friday."])
-        body = wait_until(lambda: kept(title), what="the window in the memory")
+        body = wait_until(lambda: in_front(title) and kept(title), what="the window in the memory")
     finally:
         if window:
             window.terminate()
