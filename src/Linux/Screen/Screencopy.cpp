@@ -204,15 +204,23 @@ bool Screencopy::connect() {
 }
 
 Outcome<Image> Screencopy::picture() {
+    return copy(std::numeric_limits<std::size_t>::max());
+}
+
+Outcome<Image> Screencopy::onlyMonitorsPicture() {
+    return copy(1);
+}
+
+Outcome<Image> Screencopy::copy(std::size_t mostMonitors) {
     const std::lock_guard lock(mutex_);
     if (!connect() || !connection_->roundtrip(patience)) {
         connection_.reset();
         return Failure{"the compositor can't be reached"};
     }
-    const auto monitor = connection_->global(wl_output_interface.name);
-    if (!monitor)
+    const auto monitors = connection_->globals(wl_output_interface.name);
+    if (monitors.empty() || monitors.size() > mostMonitors)
         return Image{};
-    auto image = copyOutput(*connection_, *monitor);
+    auto image = copyOutput(*connection_, monitors.front());
     // What is still under way for a picture that took too long goes with its connection.
     if (!image)
         connection_.reset();

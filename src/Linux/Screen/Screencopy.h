@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 
@@ -28,9 +29,12 @@ class Screencopy {
     [[nodiscard]] bool isOffered() const { return isOffered_; }
     /// The first monitor; without pixels where there is no monitor now.
     [[nodiscard]] Outcome<Image> picture();
+    /// The same where there is one monitor only; without pixels otherwise.
+    [[nodiscard]] Outcome<Image> onlyMonitorsPicture();
 
   private:
     [[nodiscard]] bool connect(); // with mutex_ held
+    [[nodiscard]] Outcome<Image> copy(std::size_t mostMonitors);
 
     std::mutex mutex_;
     std::unique_ptr<Connection> connection_; // guarded by mutex_

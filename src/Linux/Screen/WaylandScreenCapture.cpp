@@ -119,6 +119,13 @@ Outcome<Image> WaylandScreenCapture::castPicture() {
     if (!stream)
         return Image{};
     auto image = stream->picture(picturePatience, windowsChangedAt());
+    // wlroots' portal tells of changes only, the first picture included: on a screen that stands
+    // still since before the cast began it has nothing to tell. What is allowed is one monitor, and
+    // nobody says which.
+    const bool hasNothing = !image || image->width == 0;
+    if (hasNothing && stream->isAlive() && screencopy_.isOffered())
+        if (auto copied = screencopy_.onlyMonitorsPicture(); copied && copied->width > 0)
+            image = std::move(copied);
     const std::lock_guard lock(mutex_);
     missed_ = image && image->width > 0 ? 0 : missed_ + 1;
     if (missed_ >= maxMissed || !stream->isAlive()) {
