@@ -178,7 +178,12 @@ TEST_F(PortalScreenTest, CastsTheScreenOnceAllowed) {
     EXPECT_TRUE(reads("marble stairs"));
 }
 
-TEST_F(PortalScreenTest, GoesOnAfterPipeWireWasKilled) {
+// Each of these in a session of its own, with a portal that has known no other backend.
+using RestartedPortalScreenTest = PortalScreenTest;
+using StillPortalScreenTest = PortalScreenTest;
+using HangingPortalScreenTest = PortalScreenTest;
+
+TEST_F(RestartedPortalScreenTest, GoesOnAfterPipeWireWasKilled) {
     auto& capture = run();
     capture.ask();
     ASSERT_TRUE(eventually([&] { return capture.isPermitted(); }));
@@ -193,7 +198,7 @@ TEST_F(PortalScreenTest, GoesOnAfterPipeWireWasKilled) {
 }
 
 // The next cast of the same backend begins with no picture.
-TEST_F(PortalScreenTest, ShowsAScreenThatStandsStillSinceBeforeTheCast) {
+TEST_F(StillPortalScreenTest, ShowsAScreenThatStandsStillSinceBeforeTheCast) {
     auto& first = run();
     first.ask();
     ASSERT_TRUE(eventually([&] { return first.isPermitted(); }));
@@ -205,9 +210,6 @@ TEST_F(PortalScreenTest, ShowsAScreenThatStandsStillSinceBeforeTheCast) {
     ASSERT_TRUE(eventually([&] { return second.isPermitted(); }));
     EXPECT_TRUE(reads("walnut shelves"));
 }
-
-// In a session of its own.
-using HangingPortalScreenTest = PortalScreenTest;
 
 // The cast's last picture may be of a window that has gone; the compositor's own copy is of now.
 TEST_F(HangingPortalScreenTest, GivesNothingOldWhileTheBackendHangs) {
