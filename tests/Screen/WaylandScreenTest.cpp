@@ -180,7 +180,6 @@ TEST_F(PortalScreenTest, CastsTheScreenOnceAllowed) {
 
 // Each of these in a session of its own, with a portal that has known no other backend.
 using RestartedPortalScreenTest = PortalScreenTest;
-using StillPortalScreenTest = PortalScreenTest;
 using HangingPortalScreenTest = PortalScreenTest;
 
 TEST_F(RestartedPortalScreenTest, GoesOnAfterPipeWireWasKilled) {
@@ -195,20 +194,6 @@ TEST_F(RestartedPortalScreenTest, GoesOnAfterPipeWireWasKilled) {
     startServer();
     EXPECT_TRUE(eventually([&] { return capture.isPermitted(); })) << "without being asked again";
     EXPECT_TRUE(reads("marble stairs"));
-}
-
-// The next cast of the same backend begins with no picture.
-TEST_F(StillPortalScreenTest, ShowsAScreenThatStandsStillSinceBeforeTheCast) {
-    auto& first = run();
-    first.ask();
-    ASSERT_TRUE(eventually([&] { return first.isPermitted(); }));
-    const TextWindow window("walnut shelves");
-    ASSERT_TRUE(reads("walnut shelves"));
-    changedAt_ = std::chrono::steady_clock::now();
-    auto& second = run(); // the first ends
-    second.ask();
-    ASSERT_TRUE(eventually([&] { return second.isPermitted(); }));
-    EXPECT_TRUE(reads("walnut shelves"));
 }
 
 // The cast's last picture may be of a window that has gone; the compositor's own copy is of now.
