@@ -2,10 +2,14 @@
 #include "Capture/BrowserInspector.h"
 #include "Capture/Privacy.h"
 #include "Linux/Desktop/PageAddress.h"
+#include "fakes/ChildProcess.h"
+#include "fakes/Eventually.h"
+#include "fakes/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -248,6 +252,35 @@ TEST(ProcessFacts, TellThisProcessAndNothingOfOneThatIsGone) {
     EXPECT_FALSE(facts.keepsNothing);
     EXPECT_EQ(processFacts(0), ProcessFacts());
     EXPECT_TRUE(processFacts(1 << 30).executable.empty());
+}
+
+// While it starts, it holds a lock that is no profile's, too; then it starts anew as it was.
+TEST(ProcessFacts, TellAFirefoxThatKeepsNothingWhateverElseItHasLocked) {
+    namespace fs = std::filesystem;
+    const test::TemporaryFolder folder;
+    const auto write = [&](const char* name, const char* text) {
+        fs::create_directories((folder.path() / name).parent_path());
+        std::ofstream(folder.path() / name) << text;
+    };
+    fs::copy_file("/bin/sleep", folder.path() / "firefox");
+    write("omni.ja", "");
+    write("start/.parentlock", "");
+    write("profile/.parentlock", "");
+    const std::string started = "cd " + folder.path().string() +
+                                " && exec 3<start/.parentlock 4<profile/.parentlock"
+                                " && echo && exec ./firefox 100";
+    test::ChildProcess firefox({"/bin/sh", "-c", started});
+    firefox.readLine();
+    const auto facts = [&] { return processFacts(firefox.pid()); };
+    ASSERT_TRUE(
+        test::Eventually{std::chrono::seconds(10)}([&] { return facts().program == "firefox"; }));
+    const auto early = facts();
+    EXPECT_TRUE(early.keepsNothing) << "nobody knows yet";
+    write("profile/prefs.js", "user_pref(\"browser.startup.page\", 0);\n");
+    EXPECT_FALSE(upToDate(early).keepsNothing);
+    write("profile/user.js", "user_pref(\"browser.privatebrowsing.autostart\", true);\n");
+    EXPECT_TRUE(facts().keepsNothing);
+    EXPECT_TRUE(upToDate(early).keepsNothing);
 }
 
 } // namespace

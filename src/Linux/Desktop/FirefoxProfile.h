@@ -1,12 +1,15 @@
 #pragma once
 // What a Firefox was told in its settings about what it keeps.
 
+#include <optional>
+
 namespace mnemora::desktop {
 
-/// Whether the process is one of the Firefox family that is set to never remember history
+/// Whether a process of the Firefox family is set to never remember history
 /// ("browser.privatebrowsing.autostart"): all its windows are private then, and none says so in
-/// its title. False for every other program, and where its profile can't be found. A setting that
-/// an administrator's policy makes isn't seen. Any thread; reads a few files.
-[[nodiscard]] bool neverRemembersHistory(int processIdentifier);
+/// its title. True as well where none of the profiles that it holds can be read, as while it
+/// starts. Absent for every other program. A setting that an administrator's policy makes isn't
+/// seen. Any thread; reads a few files.
+[[nodiscard]] std::optional<bool> neverRemembersHistory(int processIdentifier);
 
 } // namespace mnemora::desktop

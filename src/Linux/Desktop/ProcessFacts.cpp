@@ -107,7 +107,15 @@ ProcessFacts processFacts(int processIdentifier) {
     const auto command = arguments(processIdentifier);
     facts.program = programName(facts.executable, command);
     facts.sandbox = sandboxName(processIdentifier, facts.executable);
-    facts.keepsNothing = asksForPrivacy(command) || neverRemembersHistory(processIdentifier);
+    const auto neverRemembers = neverRemembersHistory(processIdentifier);
+    facts.hasProfile = neverRemembers.has_value();
+    facts.keepsNothing = asksForPrivacy(command) || neverRemembers.value_or(false);
+    return facts;
+}
+
+ProcessFacts upToDate(ProcessFacts facts) {
+    if (facts.hasProfile)
+        facts.keepsNothing = neverRemembersHistory(facts.processIdentifier).value_or(true);
     return facts;
 }
 

@@ -19,12 +19,18 @@ struct ProcessFacts {
     /// (GNOME Web runs its private windows in a process of their own, told apart by nothing else),
     /// or Firefox's settings do.
     bool keepsNothing = false;
+    /// A Firefox: whether it keeps nothing may change.
+    bool hasProfile = false;
 
     bool operator==(const ProcessFacts&) const = default;
 };
 
 /// Reads the facts afresh; a few small files, no other program involved. Any thread.
 [[nodiscard]] ProcessFacts processFacts(int processIdentifier);
+
+/// What was read before, brought up to date: a Firefox has no profile yet while it starts, and may
+/// start anew in the same process with another setting. Any thread.
+[[nodiscard]] ProcessFacts upToDate(ProcessFacts facts);
 
 /// The number of the Flatpak instance that the process belongs to, as its sandbox states it; empty
 /// outside one. The proxy that speaks for an instance on a message bus has the same.

@@ -157,7 +157,7 @@ WindowIdentity WindowMerge::identify(const ListedWindow& window, const SessionFa
         return *known;
     const auto* program = programOf(window, facts.programs);
     return identityOf(window.applicationId, window.title,
-                      program == nullptr ? ProcessFacts() : program->process);
+                      program == nullptr ? ProcessFacts() : desktop::upToDate(program->process));
 }
 
 std::optional<FrontWindow> WindowMerge::front(const SessionFacts& facts) const {

@@ -193,7 +193,7 @@ std::optional<WindowIdentity> FrontWindowWatcher::identity(Window window) {
     const auto known = known_.find(window);
     const int process = who->process.processIdentifier;
     if (known != known_.end() && known->second.process.processIdentifier == process)
-        who->process = known->second.process;
+        who->process = desktop::upToDate(known->second.process);
     else
         who->process = desktop::processFacts(process);
     who->process.processIdentifier = process;
