@@ -51,9 +51,13 @@ class TextWindow:
         return found[0] if found and xdotool("getwindowname", found[0]) == self.title else None
 
     def bring_to_front(self):
-        xdotool("windowactivate", self.identifier)
-        wait_until(lambda: xdotool("getactivewindow") == self.identifier,
-                   what=f"'{self.title}' in front")
+        def is_in_front():
+            if xdotool("getactivewindow") == self.identifier:
+                return True
+            # Again: a window manager that hasn't met the window yet does nothing.
+            xdotool("windowactivate", self.identifier)
+            return False
+        wait_until(is_in_front, what=f"'{self.title}' in front")
 
     def close(self):
         self.process.terminate()
